@@ -1,0 +1,149 @@
+#include "app/AgentApplication.h"
+
+#include "BuildInfo.h"
+#include "app/QSettingsUserDefaults.h"
+#include "app/QtDesktop.h"
+#include "app/QtMainQueue.h"
+#include "app/QtStatusItem.h"
+#include "core/AppDelegate.h"
+#include "platform/Platform.h"
+#include "platform/PosixHostInfo.h"
+#include "platform/PosixProcessLauncher.h"
+#include "platform/SystemClock.h"
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <unistd.h>
+
+namespace varnoth {
+
+namespace {
+
+int signalPipe[2] = {-1, -1};
+
+void forwardSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] auto ignored = ::write(signalPipe[1], &byte, 1);
+}
+
+// SIGINT and SIGTERM end the agent through the event loop, so termination still logs "Exiting".
+void quitOnSignals() {
+    if (::pipe(signalPipe) != 0) {
+        return;
+    }
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, QCoreApplication::instance());
+    QObject::connect(notifier, &QSocketNotifier::activated, [] { QCoreApplication::quit(); });
+    struct sigaction action {};
+    action.sa_handler = forwardSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+} // namespace
+
+std::string AgentApplication::usage() {
+    return std::string("Usage: varnoth-agent [option]\n\n") + build::displayName +
+           " keeps your Outlook signatures in line with the company's signature server.\n"
+           "Without an option it runs as a menu-bar (tray) agent.\n\n"
+           "Options:\n"
+           "  --once        run one update as the timer does, then exit (0 when it succeeded)\n"
+           "  --help        show this help\n"
+           "  --version     show the version\n";
+}
+
+BundleInfo AgentApplication::bundleInfo(const std::string& executablePath) {
+    BundleInfo bundle;
+    bundle.name = build::bundleName;
+    bundle.displayName = build::displayName;
+    bundle.identifier = build::bundleIdentifier;
+    bundle.shortVersion = build::shortVersion;
+    bundle.version = build::bundleVersion;
+    std::error_code error;
+    bundle.executablePath = std::filesystem::canonical(executablePath, error);
+    if (error) {
+        bundle.executablePath = executablePath;
+    }
+    // Resources sit beside the executable as in an application bundle: installed under share/,
+    // or the source tree's folder for a build that was not installed.
+    const auto folder = bundle.executablePath.parent_path();
+    for (const auto& candidate : {folder / "../Resources", folder / "../share/varnoth-agent/resources",
+                                  std::filesystem::path(VARNOTH_SOURCE_RESOURCES)}) {
+        if (std::filesystem::is_directory(candidate, error)) {
+            bundle.resourcesFolder = std::filesystem::weakly_canonical(candidate, error);
+            break;
+        }
+    }
+    return bundle;
+}
+
+int AgentApplication::main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    bool once = false;
+    for (const auto& argument : arguments) {
+        if (argument == "--help" || argument == "-h") {
+            std::cout << usage();
+            return 0;
+        }
+        if (argument == "--version") {
+            std::cout << build::displayName << " " << build::shortVersion << "." << build::bundleVersion << "\n";
+            return 0;
+        }
+        if (argument == "--once") {
+            once = true;
+        } else {
+            std::cerr << "varnoth-agent: unknown option " << argument << "\n\n" << usage();
+            return 2;
+        }
+    }
+
+    if (once && std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr &&
+        std::getenv("QT_QPA_PLATFORM") == nullptr) {
+        setenv("QT_QPA_PLATFORM", "offscreen", 1); // a single run needs no display
+    }
+    QApplication qt(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    quitOnSignals();
+
+    const BundleInfo bundle = bundleInfo(argv[0]);
+    QtMainQueue mainQueue;
+    SystemClock clock;
+    QSettingsUserDefaults defaults(bundle.identifier);
+    PosixHostInfo host;
+    PosixProcessLauncher launcher;
+    QtDesktop desktop(once);
+    std::unique_ptr<QtStatusItem> statusItem;
+    if (!once) {
+        statusItem = std::make_unique<QtStatusItem>(bundle.resourcesFolder);
+    }
+
+    Platform::Ports ports;
+    ports.mainQueue = &mainQueue;
+    ports.clock = &clock;
+    ports.userDefaults = &defaults;
+    ports.hostInfo = &host;
+    ports.accessibility = &desktop;
+    ports.statusItem = statusItem.get();
+    ports.alerts = &desktop;
+    ports.workspace = &desktop;
+    ports.processLauncher = &launcher;
+    ports.application = &desktop;
+    ports.bundle = bundle;
+    Platform::install(ports);
+
+    AppDelegate delegate;
+    QObject::connect(&qt, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
+    mainQueue.post([&delegate] { delegate.applicationDidFinishLaunching(); });
+    if (once) {
+        mainQueue.post([] { QCoreApplication::quit(); });
+    }
+    const int status = QApplication::exec();
+    Platform::install({});
+    return status;
+}
+
+} // namespace varnoth

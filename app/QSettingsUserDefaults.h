@@ -1,0 +1,23 @@
+#pragma once
+
+#include "platform/UserDefaults.h"
+
+#include <QSettings>
+
+namespace varnoth {
+
+// User defaults in QSettings: the preferences domain on macOS, an INI file under ~/.config elsewhere.
+class QSettingsUserDefaults final : public UserDefaults {
+public:
+    explicit QSettingsUserDefaults(const std::string& domain);
+
+    std::optional<std::string> string(const std::string& key) const override;
+    void setString(const std::string& key, const std::string& value) override;
+    std::optional<std::vector<std::string>> stringArray(const std::string& key) const override;
+    void setStringArray(const std::string& key, const std::vector<std::string>& value) override;
+
+private:
+    mutable QSettings settings_;
+};
+
+} // namespace varnoth

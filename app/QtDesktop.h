@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/Accessibility.h"
+#include "platform/Alerts.h"
+#include "platform/Application.h"
+#include "platform/Workspace.h"
+
+namespace varnoth {
+
+// The desktop services of a Qt session: alerts, the workspace, the application, and the
+// accessibility permission (macOS asks the system; elsewhere the process is always trusted).
+class QtDesktop final : public Alerts, public Workspace, public Application, public Accessibility {
+public:
+    // headless: alerts go to standard error instead of a window.
+    explicit QtDesktop(bool headless) : headless_(headless) {}
+
+    void showModal(const std::string& title, const std::string& message, const std::string& button) override;
+    bool openFile(const std::filesystem::path& path) override;
+    void activate() override;
+    void showAbout() override;
+    void terminate() override;
+    bool isTrusted(bool prompt) override;
+    Token addObserver(Observer observer) override;
+    void removeObserver(Token token) override;
+
+private:
+    bool headless_;
+};
+
+} // namespace varnoth

@@ -1,0 +1,81 @@
+#include "app/QtStatusItem.h"
+
+#include <QPainter>
+#include <QPixmap>
+
+namespace varnoth {
+
+QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder) : resourcesFolder_(std::move(resourcesFolder)) {
+    tray_.setToolTip(QStringLiteral("Varnoth Brelvane Agent"));
+}
+
+QIcon QtStatusItem::icon(const std::string& name) const {
+    QIcon result;
+    for (const char* suffix : {"", "@2x"}) {
+        const auto path = resourcesFolder_ / (name + suffix + ".png");
+        if (std::filesystem::exists(path)) {
+            result.addFile(QString::fromStdString(path.string()));
+        }
+    }
+    if (result.isNull()) {
+        // Without the bundle's images the tray still needs something to click.
+        QPixmap pixmap(22, 22);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(Qt::black, 2));
+        painter.drawRoundedRect(3, 5, 16, 12, 2, 2);
+        if (name == "menu_icon_progress") {
+            painter.setBrush(Qt::black);
+            painter.drawEllipse(QPointF(11, 11), 3, 3);
+        }
+        result = QIcon(pixmap);
+    }
+    result.setIsMask(true);
+    return result;
+}
+
+void QtStatusItem::setImage(const std::string& name) {
+    tray_.setIcon(icon(name));
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        tray_.show();
+    }
+}
+
+void QtStatusItem::setMenu(std::vector<MenuItem> items) {
+    items_ = std::move(items);
+    menu_ = std::make_unique<QMenu>();
+    actions_.clear();
+    for (std::size_t index = 0; index < items_.size(); ++index) {
+        const MenuItem& item = items_[index];
+        QAction* action = nullptr;
+        if (item.kind == MenuItem::Kind::separator) {
+            action = menu_->addSeparator();
+        } else {
+            action = menu_->addAction(QString::fromStdString(item.title));
+            action->setEnabled(item.kind == MenuItem::Kind::action);
+            action->setCheckable(item.checkable);
+            action->setChecked(item.checked);
+            if (item.action) {
+                // The model decides the check mark; the action only reports the click.
+                QObject::connect(action, &QAction::triggered, [this, index] {
+                    if (items_[index].checkable) {
+                        actions_[index]->setChecked(items_[index].checked);
+                    }
+                    items_[index].action();
+                });
+            }
+        }
+        actions_.push_back(action);
+    }
+    tray_.setContextMenu(menu_.get());
+}
+
+void QtStatusItem::setChecked(std::size_t index, bool checked) {
+    if (index < items_.size()) {
+        items_[index].checked = checked;
+        actions_[index]->setChecked(checked);
+    }
+}
+
+} // namespace varnoth

@@ -1,0 +1,12 @@
+# Libraries from Debian's packages (scripts/bootstrap installs them).
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(pugixml REQUIRED)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+find_library(LDAP_LIBRARY ldap REQUIRED)
+find_library(LBER_LIBRARY lber REQUIRED)
+find_library(SASL2_LIBRARY sasl2 REQUIRED)
+if(VARNOTH_BUILD_APP OR VARNOTH_BUILD_TESTS)
+  find_package(GTest)
+endif()

@@ -1,0 +1,76 @@
+#include "platform/Platform.h"
+
+#include "platform/PosixHostInfo.h"
+#include "platform/PosixProcessLauncher.h"
+#include "platform/SystemClock.h"
+
+#include <stdexcept>
+
+namespace varnoth {
+
+namespace {
+
+Platform::Ports& current() {
+    static Platform::Ports ports;
+    return ports;
+}
+
+template <typename Port> Port& required(Port* port, const char* name) {
+    if (port == nullptr) {
+        throw std::logic_error(std::string("platform port not installed: ") + name);
+    }
+    return *port;
+}
+
+} // namespace
+
+void Platform::install(Ports ports) {
+    static SystemClock systemClock;
+    static PosixHostInfo posixHostInfo;
+    static PosixProcessLauncher posixLauncher;
+    if (ports.clock == nullptr) {
+        ports.clock = &systemClock;
+    }
+    if (ports.hostInfo == nullptr) {
+        ports.hostInfo = &posixHostInfo;
+    }
+    if (ports.processLauncher == nullptr) {
+        ports.processLauncher = &posixLauncher;
+    }
+    current() = std::move(ports);
+}
+
+const Platform::Ports& Platform::ports() { return current(); }
+
+MainQueue& Platform::mainQueue() { return required(current().mainQueue, "main queue"); }
+
+Clock& Platform::clock() {
+    static SystemClock fallback;
+    return current().clock != nullptr ? *current().clock : fallback;
+}
+
+UserDefaults& Platform::userDefaults() { return required(current().userDefaults, "user defaults"); }
+
+HostInfo& Platform::hostInfo() {
+    static PosixHostInfo fallback;
+    return current().hostInfo != nullptr ? *current().hostInfo : fallback;
+}
+
+Accessibility& Platform::accessibility() { return required(current().accessibility, "accessibility"); }
+
+StatusItem* Platform::statusItem() { return current().statusItem; }
+
+Alerts& Platform::alerts() { return required(current().alerts, "alerts"); }
+
+Workspace& Platform::workspace() { return required(current().workspace, "workspace"); }
+
+ProcessLauncher& Platform::processLauncher() {
+    static PosixProcessLauncher fallback;
+    return current().processLauncher != nullptr ? *current().processLauncher : fallback;
+}
+
+Application& Platform::application() { return required(current().application, "application"); }
+
+const BundleInfo& Platform::bundle() { return current().bundle; }
+
+} // namespace varnoth

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/Accessibility.h"
+#include "platform/Alerts.h"
+#include "platform/Application.h"
+#include "platform/BundleInfo.h"
+#include "platform/Clock.h"
+#include "platform/HostInfo.h"
+#include "platform/MainQueue.h"
+#include "platform/ProcessLauncher.h"
+#include "platform/StatusItem.h"
+#include "platform/UserDefaults.h"
+#include "platform/Workspace.h"
+
+namespace varnoth {
+
+// The ports through which the portable core reaches the platform. The desktop layer installs the real
+// ones at start; tests install deterministic ones. Installed ports are not owned here.
+class Platform {
+public:
+    struct Ports {
+        MainQueue* mainQueue = nullptr;
+        Clock* clock = nullptr;
+        UserDefaults* userDefaults = nullptr;
+        HostInfo* hostInfo = nullptr;
+        Accessibility* accessibility = nullptr;
+        StatusItem* statusItem = nullptr;
+        Alerts* alerts = nullptr;
+        Workspace* workspace = nullptr;
+        ProcessLauncher* processLauncher = nullptr;
+        Application* application = nullptr;
+        BundleInfo bundle;
+    };
+
+    // Replaces every port; ports left empty fall back to the process's real ones where one exists
+    // without a desktop (clock, host information, process launcher).
+    static void install(Ports ports);
+    static const Ports& ports();
+
+    static MainQueue& mainQueue();
+    static Clock& clock();
+    static UserDefaults& userDefaults();
+    static HostInfo& hostInfo();
+    static Accessibility& accessibility();
+    static StatusItem* statusItem(); // none in a headless run
+    static Alerts& alerts();
+    static Workspace& workspace();
+    static ProcessLauncher& processLauncher();
+    static Application& application();
+    static const BundleInfo& bundle();
+};
+
+} // namespace varnoth

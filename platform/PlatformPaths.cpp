@@ -1,0 +1,73 @@
+#include "platform/PlatformPaths.h"
+
+#include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace varnoth {
+
+namespace {
+
+// An XDG variable counts only when it holds an absolute path.
+std::filesystem::path fromEnvironment(const char* name, const std::filesystem::path& fallback) {
+    const char* value = std::getenv(name);
+    if (value != nullptr && value[0] == '/') {
+        return value;
+    }
+    return fallback;
+}
+
+} // namespace
+
+std::filesystem::path PlatformPaths::home() {
+    if (const char* value = std::getenv("HOME"); value != nullptr && value[0] != '\0') {
+        return value;
+    }
+    if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_dir != nullptr) {
+        return entry->pw_dir;
+    }
+    return "/";
+}
+
+std::filesystem::path PlatformPaths::logsFolder() {
+#ifdef __APPLE__
+    return home() / "Library" / "Logs";
+#else
+    return fromEnvironment("XDG_STATE_HOME", home() / ".local" / "state");
+#endif
+}
+
+std::filesystem::path PlatformPaths::applicationSupportFolder() {
+#ifdef __APPLE__
+    return home() / "Library" / "Application Support";
+#else
+    return fromEnvironment("XDG_CONFIG_HOME", home() / ".config");
+#endif
+}
+
+std::filesystem::path PlatformPaths::systemConfigFolder() {
+    if (const char* value = std::getenv("VARNOTH_SYSTEM_CONFIG_DIR"); value != nullptr && value[0] != '\0') {
+        return value;
+    }
+#ifdef __APPLE__
+    return "/Library/Varnoth";
+#else
+    return "/etc/Varnoth";
+#endif
+}
+
+std::filesystem::path PlatformPaths::dataFolder() {
+#ifdef __APPLE__
+    return home() / "Library" / "Application Support";
+#else
+    return fromEnvironment("XDG_DATA_HOME", home() / ".local" / "share");
+#endif
+}
+
+std::filesystem::path PlatformPaths::launchAgentsFolder() { return home() / "Library" / "LaunchAgents"; }
+
+std::filesystem::path PlatformPaths::autostartFolder() {
+    return fromEnvironment("XDG_CONFIG_HOME", home() / ".config") / "autostart";
+}
+
+} // namespace varnoth

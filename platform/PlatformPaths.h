@@ -1,0 +1,27 @@
+#pragma once
+
+#include <filesystem>
+
+namespace varnoth {
+
+// Where the platform keeps the agent's files. Read from the environment at each call, so a process
+// (or a test) that points HOME or the XDG variables elsewhere sees its own folders.
+class PlatformPaths {
+public:
+    static std::filesystem::path home();
+    // macOS ~/Library/Logs; elsewhere $XDG_STATE_HOME (default ~/.local/state).
+    static std::filesystem::path logsFolder();
+    // macOS ~/Library/Application Support; elsewhere $XDG_CONFIG_HOME (default ~/.config).
+    static std::filesystem::path applicationSupportFolder();
+    // macOS /Library/Varnoth; elsewhere /etc/Varnoth. VARNOTH_SYSTEM_CONFIG_DIR replaces it, so
+    // administrators can try a configuration and tests never read the real one.
+    static std::filesystem::path systemConfigFolder();
+    // $XDG_DATA_HOME (default ~/.local/share); on macOS ~/Library/Application Support.
+    static std::filesystem::path dataFolder();
+    // macOS ~/Library/LaunchAgents; elsewhere the same folder below HOME, for the job records.
+    static std::filesystem::path launchAgentsFolder();
+    // $XDG_CONFIG_HOME/autostart, the desktop's login items.
+    static std::filesystem::path autostartFolder();
+};
+
+} // namespace varnoth

@@ -1,0 +1,230 @@
+#include "platform/PosixProcessLauncher.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <map>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace varnoth {
+
+namespace {
+
+class Pipe {
+public:
+    Pipe() {
+        if (pipe2(fds_, O_CLOEXEC) != 0) {
+            fds_[0] = fds_[1] = -1;
+        }
+    }
+    ~Pipe() {
+        closeRead();
+        closeWrite();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    bool valid() const { return fds_[0] >= 0; }
+    int read() const { return fds_[0]; }
+    int write() const { return fds_[1]; }
+    void closeRead() { closeFd(fds_[0]); }
+    void closeWrite() { closeFd(fds_[1]); }
+
+private:
+    static void closeFd(int& fd) {
+        if (fd >= 0) {
+            ::close(fd);
+            fd = -1;
+        }
+    }
+    int fds_[2] = {-1, -1};
+};
+
+std::vector<std::string> mergedEnvironment(const std::vector<std::pair<std::string, std::string>>& additions) {
+    std::map<std::string, std::string> merged;
+    std::vector<std::string> order;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        std::string text = *entry;
+        const auto equals = text.find('=');
+        std::string key = text.substr(0, equals);
+        if (merged.emplace(key, text).second) {
+            order.push_back(key);
+        }
+    }
+    for (const auto& [key, value] : additions) {
+        if (!merged.count(key)) {
+            order.push_back(key);
+        }
+        merged[key] = key + "=" + value;
+    }
+    std::vector<std::string> result;
+    result.reserve(order.size());
+    for (const auto& key : order) {
+        result.push_back(merged[key]);
+    }
+    return result;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    result.reserve(texts.size() + 1);
+    for (auto& text : texts) {
+        result.push_back(text.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
+void ignoreBrokenPipes() {
+    // A child that exits before reading its input must not take the agent down with SIGPIPE.
+    static const bool done = [] {
+        std::signal(SIGPIPE, SIG_IGN);
+        return true;
+    }();
+    (void)done;
+}
+
+} // namespace
+
+ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
+    ignoreBrokenPipes();
+    Result result;
+    Pipe input, output, errors;
+    if (!input.valid() || !output.valid() || !errors.valid()) {
+        result.error = std::strerror(errno);
+        return result;
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, input.read(), STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output.write(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors.write(), STDERR_FILENO);
+
+    std::string program = request.program.string();
+    std::vector<std::string> argumentTexts{program};
+    argumentTexts.insert(argumentTexts.end(), request.arguments.begin(), request.arguments.end());
+    std::vector<std::string> environmentTexts = mergedEnvironment(request.environment);
+    std::vector<char*> argv = pointers(argumentTexts);
+    std::vector<char*> envp = pointers(environmentTexts);
+
+    pid_t pid = 0;
+    const int spawnError = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawnError != 0) {
+        result.error = std::strerror(spawnError);
+        return result;
+    }
+    result.started = true;
+    input.closeRead();
+    output.closeWrite();
+    errors.closeWrite();
+
+    fcntl(input.write(), F_SETFL, O_NONBLOCK);
+    std::size_t written = 0;
+    if (request.input.empty()) {
+        input.closeWrite();
+    }
+
+    const auto deadline = request.timeLimit ? std::chrono::steady_clock::now() + *request.timeLimit
+                                            : std::chrono::steady_clock::time_point::max();
+    bool outputOpen = true, errorsOpen = true;
+    char buffer[65536];
+    while (outputOpen || errorsOpen) {
+        pollfd fds[3];
+        nfds_t count = 0;
+        const int outputSlot = outputOpen ? static_cast<int>(count++) : -1;
+        if (outputSlot >= 0) {
+            fds[outputSlot] = {output.read(), POLLIN, 0};
+        }
+        const int errorsSlot = errorsOpen ? static_cast<int>(count++) : -1;
+        if (errorsSlot >= 0) {
+            fds[errorsSlot] = {errors.read(), POLLIN, 0};
+        }
+        const int inputSlot = input.write() >= 0 ? static_cast<int>(count++) : -1;
+        if (inputSlot >= 0) {
+            fds[inputSlot] = {input.write(), POLLOUT, 0};
+        }
+
+        int waitMs = -1;
+        if (request.timeLimit) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
+                                                                                    std::chrono::steady_clock::now());
+            if (left.count() <= 0) {
+                result.timedOut = true;
+                break;
+            }
+            waitMs = static_cast<int>(std::min<long long>(left.count(), 60'000));
+        }
+        const int ready = poll(fds, count, waitMs);
+        if (ready < 0 && errno != EINTR) {
+            break;
+        }
+        if (ready <= 0) {
+            continue;
+        }
+        auto drain = [&](int slot, int fd, std::string& into, bool& open) {
+            if (slot < 0 || (fds[slot].revents & (POLLIN | POLLHUP | POLLERR)) == 0) {
+                return;
+            }
+            const ssize_t n = ::read(fd, buffer, sizeof buffer);
+            if (n > 0) {
+                into.append(buffer, static_cast<std::size_t>(n));
+            } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
+                open = false;
+            }
+        };
+        drain(outputSlot, output.read(), result.output, outputOpen);
+        drain(errorsSlot, errors.read(), result.errorOutput, errorsOpen);
+        if (inputSlot >= 0 && (fds[inputSlot].revents & (POLLOUT | POLLERR | POLLHUP)) != 0) {
+            const ssize_t n = ::write(input.write(), request.input.data() + written, request.input.size() - written);
+            if (n > 0) {
+                written += static_cast<std::size_t>(n);
+            }
+            if ((n < 0 && errno != EAGAIN && errno != EINTR) || written == request.input.size()) {
+                input.closeWrite();
+            }
+        }
+    }
+    input.closeWrite();
+
+    if (result.timedOut) {
+        kill(pid, SIGKILL);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) {
+        result.exitCode = WEXITSTATUS(status);
+    } else if (WIFSIGNALED(status)) {
+        result.signal = WTERMSIG(status);
+    }
+    return result;
+}
+
+bool PosixProcessLauncher::launch(const std::filesystem::path& program, const std::vector<std::string>& arguments) {
+    std::string path = program.string();
+    std::vector<std::string> argumentTexts{path};
+    argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv = pointers(argumentTexts);
+    pid_t pid = 0;
+    if (posix_spawn(&pid, path.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+        return false;
+    }
+    // Nobody waits for the result, but the child must not linger as a zombie.
+    std::thread([pid] {
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+    }).detach();
+    return true;
+}
+
+} // namespace varnoth

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varnoth {
+
+// The user's own preferences of the agent (NSUserDefaults on macOS, QSettings elsewhere).
+class UserDefaults {
+public:
+    virtual ~UserDefaults() = default;
+    // The text stored under the key; nothing when the key is missing or holds no text.
+    virtual std::optional<std::string> string(const std::string& key) const = 0;
+    virtual void setString(const std::string& key, const std::string& value) = 0;
+    // The array stored under the key; nothing when it is missing, no array, or any element is no text.
+    virtual std::optional<std::vector<std::string>> stringArray(const std::string& key) const = 0;
+    virtual void setStringArray(const std::string& key, const std::vector<std::string>& value) = 0;
+};
+
+} // namespace varnoth

@@ -1,0 +1,156 @@
+#include "core/AppDelegate.h"
+#include "core/Config.h"
+#include "tests/support/AgentTest.h"
+
+namespace varnoth::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class AppDelegateTest : public AgentTest {
+protected:
+    std::vector<std::string> linesFrom(const std::string& first) {
+        auto lines = logLines();
+        auto start = std::find(lines.begin(), lines.end(), first);
+        return {start, lines.end()};
+    }
+    void configure(const std::string& text) { writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text); }
+};
+
+TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
+    configure("SignatureServerAddress=sig.example.com\n");
+    AppDelegate app;
+    app.applicationDidFinishLaunching();
+    const auto lines = logLines();
+    ASSERT_GE(lines.size(), 8u);
+    EXPECT_EQ(lines[0], "--------------- Varnoth Brelvane Agent Version 1.0.0.1 ---------------");
+    EXPECT_EQ(lines[1], "Operating system is macOS Version 14.5 (Build 23F79)");
+    EXPECT_EQ(lines[2], "The current user is tester");
+    EXPECT_EQ(lines[3], "The current computer is Test Mac");
+    EXPECT_EQ(lines[4], "Loading in progress: false");
+    const auto rest = linesFrom("Constructing menu");
+    const std::vector<std::string> expected{"Constructing menu",
+                                            "Adding Update Signatures option",
+                                            "Adding Configure option",
+                                            "Adding View Logs option",
+                                            "Adding About option",
+                                            "Adding Exit option",
+                                            "Accessibility permission is set up correctly",
+                                            "Starting app engine",
+                                            "",
+                                            "UpdateFrequency: 60.0"};
+    EXPECT_EQ(std::vector<std::string>(rest.begin(), rest.begin() + 10), expected);
+    EXPECT_EQ(statusItem.images, std::vector<std::string>{"menu_icon"});
+    EXPECT_EQ(accessibility.prompts, std::vector<bool>{false});
+    ASSERT_NE(app.updateTimer(), nullptr);
+    EXPECT_EQ(app.updateTimer()->interval(), 3600s);
+}
+
+TEST_F(AppDelegateTest, HostWithoutAComputerNameSkipsThatLine) {
+    host.computer.reset();
+    AppDelegate app;
+    app.setUpAgent();
+    for (const auto& line : logLines()) {
+        EXPECT_EQ(line.rfind("The current computer is", 0), std::string::npos);
+    }
+}
+
+TEST_F(AppDelegateTest, UntrustedStartWaitsForTheNotificationAndStartsOnceHalfASecondLater) {
+    accessibility.trusted = false;
+    AppDelegate app;
+    app.setUpAgent();
+    const auto waiting = linesFrom("Waiting for accessibility permission");
+    ASSERT_GE(waiting.size(), 2u);
+    EXPECT_EQ(waiting[1], "Application is granted accessibility permission: false");
+    EXPECT_EQ(accessibility.prompts, (std::vector<bool>{false, true}));
+    EXPECT_FALSE(app.engineStarted());
+    queue.advance(10min);
+    EXPECT_FALSE(app.engineStarted());
+
+    accessibility.deliver();
+    queue.advance(100ms);
+    accessibility.deliver();
+    queue.advance(399ms);
+    EXPECT_FALSE(app.engineStarted());
+    queue.advance(1ms);
+    EXPECT_TRUE(app.engineStarted());
+    EXPECT_EQ(accessibility.observerCount(), 0u);
+    queue.advance(1s);
+    const auto lines = logLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Starting app engine"), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Accessibility permission received"), 2);
+    EXPECT_EQ(queue.activeTimerCount(), 1u);
+}
+
+TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
+    EXPECT_EQ(AppDelegate::updateInterval(60), 3600s);
+    EXPECT_EQ(AppDelegate::updateInterval(30), 1800s);
+    EXPECT_EQ(AppDelegate::updateInterval(120), 7200s);
+    EXPECT_EQ(AppDelegate::updateInterval(0), AppDelegate::minimumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(-5), AppDelegate::minimumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(0.01f), AppDelegate::minimumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::quiet_NaN()), AppDelegate::minimumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::infinity()), AppDelegate::maximumUpdateInterval);
+
+    for (const auto& [text, interval] : {std::pair{"30m", 1800s}, std::pair{"2", 7200s}}) {
+        Config::setShared(nullptr);
+        configure(std::string("UpdateFrequency=") + text + "\n");
+        AppDelegate app;
+        app.startEngine();
+        EXPECT_EQ(app.updateTimer()->interval(), interval) << text;
+    }
+}
+
+TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
+    {
+        AppDelegate app;
+        app.constructMenu();
+        EXPECT_EQ(statusItem.titles(), (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-",
+                                                                 "Configure", "-", "View Logs", "-", "About", "-",
+                                                                 "Exit"}));
+    }
+    configure("ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n");
+    Config::setShared(nullptr);
+    {
+        AppDelegate app;
+        app.constructMenu();
+        EXPECT_EQ(statusItem.titles(),
+                  (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-", "About", "-"}));
+    }
+}
+
+TEST_F(AppDelegateTest, LaunchAtLoginItemTogglesItsCheckMark) {
+    configure("ShowLaunchAtLogon=1\n");
+    AppDelegate app;
+    app.constructMenu();
+    EXPECT_EQ(statusItem.titles()[3], "Launch Automatically at Login");
+    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
+    statusItem.choose("Launch Automatically at Login");
+    EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
+    statusItem.choose("Launch Automatically at Login");
+    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
+    const auto lines = logLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Launch Automatically at Login selected"), 2);
+}
+
+TEST_F(AppDelegateTest, ExitAskesToTerminateAndTerminationSaysExiting) {
+    AppDelegate app;
+    app.constructMenu();
+    statusItem.choose("Exit");
+    EXPECT_EQ(application.terminations, 1);
+    app.applicationWillTerminate();
+    const auto lines = logLines();
+    EXPECT_EQ(std::vector<std::string>(lines.end() - 2, lines.end()),
+              (std::vector<std::string>{"Exit menu selected", "Exiting"}));
+}
+
+TEST_F(AppDelegateTest, ViewLogsOpensTheLogFile) {
+    AppDelegate app;
+    app.constructMenu();
+    statusItem.choose("View Logs");
+    ASSERT_EQ(workspace.opened.size(), 1u);
+    EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
+}
+
+} // namespace
+} // namespace varnoth::test

@@ -1,0 +1,241 @@
+#include "core/Config.h"
+#include "platform/PosixProcessLauncher.h"
+#include "tests/support/AgentTest.h"
+
+namespace varnoth::test {
+namespace {
+
+class ConfigTest : public AgentTest {
+protected:
+    std::filesystem::path plistPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.plist"; }
+    std::filesystem::path systemTextPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.txt"; }
+    std::filesystem::path userTextPath() const { return userConfigFolder() / "Varnoth Brelvane Agent.txt"; }
+
+    static std::string plist(const std::string& body) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+               "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>\n" +
+               body + "</dict>\n</plist>\n";
+    }
+    Config& load() { return Config::shared(); }
+};
+
+TEST_F(ConfigTest, NoFileGivesEveryDefaultAndReadsTheAddressFromUserDefaults) {
+    defaults.setString("UserEmailAddress", "stored@example.com");
+    Config& config = load();
+    EXPECT_EQ(config.UpdateFrequency(), 60.0f);
+    EXPECT_TRUE(config.AllowConfigureDefaultSignatures());
+    EXPECT_TRUE(config.ShowViewLogMenu());
+    EXPECT_TRUE(config.ShowExitMenu());
+    EXPECT_FALSE(config.ShowLaunchAtLogon());
+    EXPECT_EQ(config.SignatureServerAddress(), "");
+    EXPECT_EQ(config.SignatureServerPort(), 5757);
+    EXPECT_TRUE(config.ShowConfigurationMenu());
+    EXPECT_EQ(config.UserEmailAddress(), "stored@example.com");
+    EXPECT_FALSE(config.SignatureServerAutodetect());
+    EXPECT_EQ(config.LDAPUser(), "");
+    EXPECT_EQ(config.LDAPPassword(), "");
+    EXPECT_EQ(config.LDAPServer(), "");
+    EXPECT_FALSE(config.SuppressErrorMessages());
+    EXPECT_TRUE(config.UserEmailAddressEditable());
+    const std::vector<std::string> expected{
+        "Checking for configuration file: " + plistPath().string(),
+        "Checking for configuration file: " + systemTextPath().string(),
+        "Checking for configuration file: " + userTextPath().string(),
+        "Error: couldn't find config file",
+    };
+    EXPECT_EQ(logLines(), expected);
+}
+
+TEST_F(ConfigTest, TextFileGivesEveryKey) {
+    writeFile(systemTextPath(), "UpdateFrequency=30m\nAllowConfigureDefaultSignatures=0\nShowViewLogMenu=0\n"
+                                "ShowExitMenu = 0\nShowLaunchAtLogon=1\nSignatureServerAddress= sig.example.com \n"
+                                "SignatureServerPort = 6000\r\nShowConfigurationMenu=-3\nUserEmailAddress=fixed@example.com\n"
+                                "SignatureServerAutodetect=2\nLDAPUser=cn=reader\nLDAPPassword=secret\n"
+                                "LDAPServer=ldap://dir\nSuppressErrorMessages=+1\n");
+    Config& config = load();
+    EXPECT_FALSE(config.plistMode);
+    EXPECT_EQ(config.UpdateFrequency(), 30.0f);
+    EXPECT_FALSE(config.AllowConfigureDefaultSignatures());
+    EXPECT_FALSE(config.ShowViewLogMenu());
+    EXPECT_FALSE(config.ShowExitMenu());
+    EXPECT_TRUE(config.ShowLaunchAtLogon());
+    EXPECT_EQ(config.SignatureServerAddress(), "sig.example.com");
+    EXPECT_EQ(config.SignatureServerPort(), 6000);
+    EXPECT_TRUE(config.ShowConfigurationMenu());
+    EXPECT_EQ(config.UserEmailAddress(), "fixed@example.com");
+    EXPECT_FALSE(config.UserEmailAddressEditable());
+    EXPECT_TRUE(config.SignatureServerAutodetect());
+    EXPECT_EQ(config.LDAPUser(), "");      // two "=": the line is ignored
+    EXPECT_EQ(config.LDAPPassword(), "secret");
+    EXPECT_EQ(config.LDAPServer(), "ldap://dir");
+    EXPECT_TRUE(config.SuppressErrorMessages());
+}
+
+TEST_F(ConfigTest, TextValuesThatDoNotParseGiveTheirDefaults) {
+    writeFile(userTextPath(), "ShowExitMenu=false\nSignatureServerPort=60000000000\nUpdateFrequency=soon\n"
+                              "LDAPPassword=a=b\nShowViewLogMenu=yes\nUserEmailAddress=\nUserEmailAddress = \n"
+                              "SignatureServerAddress=first\nSignatureServerAddress=second\nsignatureserverport=1\n");
+    defaults.setString("UserEmailAddress", "dialog@example.com");
+    Config& config = load();
+    EXPECT_TRUE(config.ShowExitMenu());
+    EXPECT_TRUE(config.ShowViewLogMenu());
+    EXPECT_EQ(config.SignatureServerPort(), 5757);
+    EXPECT_EQ(config.UpdateFrequency(), 60.0f);
+    EXPECT_EQ(config.LDAPPassword(), "");
+    EXPECT_EQ(config.SignatureServerAddress(), "second");
+    EXPECT_EQ(config.UserEmailAddress(), "dialog@example.com");
+    EXPECT_TRUE(config.UserEmailAddressEditable());
+}
+
+TEST_F(ConfigTest, UpdateFrequencyIsHoursUnlessItEndsInM) {
+    const std::pair<const char*, float> cases[] = {{"2", 120}, {"1.5", 90}, {"30m", 30}, {"30M", 60},
+                                                   {"0.5m", 0.5f}, {"-1", -60}, {"m", 60}, {"2h", 60}};
+    for (const auto& [value, minutes] : cases) {
+        Config::setShared(nullptr);
+        writeFile(userTextPath(), std::string("UpdateFrequency=") + value + "\n");
+        EXPECT_EQ(load().UpdateFrequency(), minutes) << value;
+    }
+}
+
+TEST_F(ConfigTest, PropertyListGivesEveryKeyWithItsType) {
+    writeFile(plistPath(), plist("<key>UpdateFrequency</key><string>2</string>\n"
+                                 "<key>AllowConfigureDefaultSignatures</key><false/>\n"
+                                 "<key>ShowViewLogMenu</key><false/>\n<key>ShowExitMenu</key><false/>\n"
+                                 "<key>ShowLaunchAtLogon</key><true/>\n"
+                                 "<key>SignatureServerAddress</key><string>sig.example.com</string>\n"
+                                 "<key>SignatureServerPort</key><integer>6001</integer>\n"
+                                 "<key>ShowConfigurationMenu</key><false/>\n"
+                                 "<key>UserEmailAddress</key><string></string>\n"
+                                 "<key>SignatureServerAutodetect</key><true/>\n"
+                                 "<key>LDAPUser</key><string>cn=reader,dc=example</string>\n"
+                                 "<key>LDAPPassword</key><string>pa=ss</string>\n"
+                                 "<key>LDAPServer</key><string>ldap://dir</string>\n"
+                                 "<key>SuppressErrorMessages</key><true/>\n"));
+    writeFile(systemTextPath(), "SignatureServerAddress=from-text\n");
+    defaults.setString("UserEmailAddress", "dialog@example.com");
+    Config& config = load();
+    EXPECT_TRUE(config.plistMode);
+    EXPECT_EQ(config.UpdateFrequency(), 120.0f);
+    EXPECT_FALSE(config.AllowConfigureDefaultSignatures());
+    EXPECT_FALSE(config.ShowViewLogMenu());
+    EXPECT_FALSE(config.ShowExitMenu());
+    EXPECT_TRUE(config.ShowLaunchAtLogon());
+    EXPECT_EQ(config.SignatureServerAddress(), "sig.example.com");
+    EXPECT_EQ(config.SignatureServerPort(), 6001);
+    EXPECT_FALSE(config.ShowConfigurationMenu());
+    EXPECT_EQ(config.UserEmailAddress(), ""); // empty text in a property list is kept
+    EXPECT_TRUE(config.UserEmailAddressEditable());
+    EXPECT_TRUE(config.SignatureServerAutodetect());
+    EXPECT_EQ(config.LDAPUser(), "cn=reader,dc=example");
+    EXPECT_EQ(config.LDAPPassword(), "pa=ss");
+    EXPECT_EQ(config.LDAPServer(), "ldap://dir");
+    EXPECT_TRUE(config.SuppressErrorMessages());
+    EXPECT_EQ(logLines().back(), "Using configuration file: " + plistPath().string());
+}
+
+TEST_F(ConfigTest, PropertyListValuesOfTheWrongTypeGiveTheirDefaults) {
+    writeFile(plistPath(), plist("<key>UpdateFrequency</key><integer>2</integer>\n"
+                                 "<key>SignatureServerPort</key><string>6000</string>\n"
+                                 "<key>ShowExitMenu</key><integer>0</integer>\n"
+                                 "<key>SignatureServerAddress</key><true/>\n"
+                                 "<key>UserEmailAddress</key><integer>1</integer>\n"));
+    defaults.setString("UserEmailAddress", "dialog@example.com");
+    Config& config = load();
+    EXPECT_EQ(config.UpdateFrequency(), 60.0f);
+    EXPECT_EQ(config.SignatureServerPort(), 5757);
+    EXPECT_TRUE(config.ShowExitMenu());
+    EXPECT_EQ(config.SignatureServerAddress(), "");
+    EXPECT_EQ(config.UserEmailAddress(), "dialog@example.com");
+}
+
+TEST_F(ConfigTest, BinaryPropertyListFromAnIndependentWriter) {
+    std::filesystem::create_directories(systemConfigFolder());
+    PosixProcessLauncher launcher;
+    auto result = launcher.run({"/usr/bin/python3",
+                                {"-c", "import plistlib,sys\n"
+                                       "d={'SignatureServerAddress':'bin.example.com','SignatureServerPort':7000,"
+                                       "'UpdateFrequency':'45m','ShowExitMenu':False}\n"
+                                       "open(sys.argv[1],'wb').write(plistlib.dumps(d,fmt=plistlib.FMT_BINARY))",
+                                 plistPath().string()},
+                                {},
+                                std::chrono::seconds(30),
+                                {}});
+    ASSERT_TRUE(result.succeeded()) << result.error << result.errorOutput;
+    Config& config = load();
+    EXPECT_EQ(config.SignatureServerAddress(), "bin.example.com");
+    EXPECT_EQ(config.SignatureServerPort(), 7000);
+    EXPECT_EQ(config.UpdateFrequency(), 45.0f);
+    EXPECT_FALSE(config.ShowExitMenu());
+}
+
+TEST_F(ConfigTest, SearchOrderIsSystemPlistThenSystemTextThenUserText) {
+    writeFile(userTextPath(), "SignatureServerAddress=user\n");
+    EXPECT_EQ(load().SignatureServerAddress(), "user");
+    Config::setShared(nullptr);
+    writeFile(systemTextPath(), "SignatureServerAddress=system\n");
+    EXPECT_EQ(load().SignatureServerAddress(), "system");
+    EXPECT_EQ(load().usedFile(), systemTextPath());
+}
+
+TEST_F(ConfigTest, UnusablePropertyListsGiveDefaultsAndTheirLogLine) {
+    const std::string notDictionary = "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>";
+    std::string junk(4096, '\0');
+    for (std::size_t i = 0; i < junk.size(); ++i) {
+        junk[i] = static_cast<char>((i * 7919) % 251);
+    }
+    for (const std::string& content : {notDictionary, junk, std::string("bplist00garbage"), std::string()}) {
+        Config::setShared(nullptr);
+        clearLog();
+        writeFile(plistPath(), content);
+        testing::internal::CaptureStdout();
+        Config& config = load();
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(config.plistMode);
+        EXPECT_EQ(config.SignatureServerPort(), 5757);
+        EXPECT_EQ(logLines().back(),
+                  "Error reading plist configuration: The data couldn\u2019t be read because it isn\u2019t in the correct format.");
+        EXPECT_NE(printed.find("Error reading plist configuration"), std::string::npos);
+    }
+}
+
+TEST_F(ConfigTest, UnreadableTextFilesGiveDefaultsAndTheirLogLine) {
+    writeFile(userTextPath(), "SignatureServerAddress=\xFF\xFE invalid\n");
+    EXPECT_EQ(load().SignatureServerAddress(), "");
+    EXPECT_EQ(logLines().back(), "Error: couldn't read config file, possibly no permission");
+
+    Config::setShared(nullptr);
+    std::filesystem::remove(userTextPath());
+    std::filesystem::create_directories(userTextPath()); // a folder where the file should be
+    EXPECT_EQ(load().SignatureServerPort(), 5757);
+    EXPECT_EQ(logLines().back(), "Error: couldn't read config file, possibly no permission");
+}
+
+TEST_F(ConfigTest, LargeTextFileIsReadWhole) {
+    std::string content(10 * 1024 * 1024, 'x');
+    content += "\nSignatureServerPort=6100\n";
+    writeFile(userTextPath(), content);
+    EXPECT_EQ(load().SignatureServerPort(), 6100);
+}
+
+TEST_F(ConfigTest, SettingsEntryIsElevenLinesWithoutDirectorySettings) {
+    writeFile(userTextPath(), "UpdateFrequency=1.5\nSignatureServerAddress=sig\nLDAPPassword=hunter2\nShowExitMenu=0\n");
+    load().logSettings();
+    const std::vector<std::string> lines = logLines();
+    const std::vector<std::string> entry(lines.end() - 11, lines.end());
+    const std::vector<std::string> expected{"",
+                                            "UpdateFrequency: 90.0",
+                                            "AllowConfigureDefaultSignatures: true",
+                                            "ShowViewLogMenu: true",
+                                            "ShowExitMenu: false",
+                                            "ShowLaunchAtLogon: false",
+                                            "SignatureServerAddress: sig",
+                                            "SignatureServerPort: 5757",
+                                            "ShowConfigurationMenu: true",
+                                            "UserEmailAddress: ",
+                                            "SuppressErrorMessages: false"};
+    EXPECT_EQ(entry, expected);
+    EXPECT_EQ(logText().find("hunter2"), std::string::npos);
+}
+
+} // namespace
+} // namespace varnoth::test

@@ -1,0 +1,110 @@
+#include "tests/support/AgentTest.h"
+
+#include "core/Config.h"
+#include "core/Logger.h"
+#include "platform/Platform.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace varnoth::test {
+
+void AgentTest::SetUp() {
+    char pattern[] = "/tmp/varnoth-test-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    root_ = pattern;
+    setEnvironment("HOME", (root_ / "home").string());
+    setEnvironment("XDG_STATE_HOME", (root_ / "home/.local/state").string());
+    setEnvironment("XDG_CONFIG_HOME", (root_ / "home/.config").string());
+    setEnvironment("XDG_DATA_HOME", (root_ / "home/.local/share").string());
+    setEnvironment("VARNOTH_SYSTEM_CONFIG_DIR", (root_ / "etc/Varnoth").string());
+    std::filesystem::create_directories(root_ / "home/.local/state");
+
+    Logger::setLogFilePath(root_ / "home/.local/state/Varnoth Brelvane Agent.log");
+    Logger::captureEnabled = false;
+    Logger::capturedLog.clear();
+
+    Platform::Ports ports;
+    ports.mainQueue = &queue;
+    ports.clock = &queue;
+    ports.userDefaults = &defaults;
+    ports.hostInfo = &host;
+    ports.accessibility = &accessibility;
+    ports.statusItem = &statusItem;
+    ports.alerts = &alerts;
+    ports.workspace = &workspace;
+    ports.application = &application;
+    ports.bundle.name = "Varnoth Brelvane Agent";
+    ports.bundle.displayName = "Varnoth Brelvane Agent";
+    ports.bundle.identifier = "com.varnoth.brelvane-agent";
+    ports.bundle.shortVersion = "1.0.0";
+    ports.bundle.version = "1";
+    Platform::install(ports);
+    Config::setShared(nullptr);
+}
+
+void AgentTest::TearDown() {
+    Config::setShared(nullptr);
+    Platform::install({});
+    Logger::captureEnabled = false;
+    Logger::capturedLog.clear();
+    std::error_code ignored;
+    std::filesystem::permissions(root_, std::filesystem::perms::owner_all, ignored);
+    std::filesystem::remove_all(root_, ignored);
+    for (const auto& [name, value] : savedEnvironment_) {
+        if (value) {
+            setenv(name.c_str(), value->c_str(), 1);
+        } else {
+            unsetenv(name.c_str());
+        }
+    }
+    savedEnvironment_.clear();
+}
+
+void AgentTest::setEnvironment(const char* name, const std::string& value) {
+    if (!savedEnvironment_.count(name)) {
+        const char* old = std::getenv(name);
+        savedEnvironment_[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
+    }
+    setenv(name, value.c_str(), 1);
+}
+
+std::string AgentTest::logText() const {
+    std::ifstream in(Logger::logFilePath(), std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+std::vector<std::string> AgentTest::logLines() const {
+    std::vector<std::string> lines;
+    std::istringstream in(logText());
+    for (std::string line; std::getline(in, line);) {
+        // A timestamped line starts with 19 characters and two blanks; continuation lines do not.
+        const bool stamped = line.size() >= 21 && line[4] == '-' && line[10] == ' ' && line.compare(19, 2, "  ") == 0;
+        lines.push_back(stamped ? line.substr(21) : line);
+    }
+    return lines;
+}
+
+void AgentTest::clearLog() const {
+    std::error_code ignored;
+    std::filesystem::remove(Logger::logFilePath(), ignored);
+}
+
+std::filesystem::path AgentTest::systemConfigFolder() const {
+    return root_ / "etc/Varnoth/Varnoth Brelvane Agent";
+}
+
+std::filesystem::path AgentTest::userConfigFolder() const {
+    return root_ / "home/.config/Varnoth/Varnoth Brelvane Agent";
+}
+
+void AgentTest::writeFile(const std::filesystem::path& path, const std::string& content) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+} // namespace varnoth::test

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/HostInfo.h"
+
+namespace varnoth::test {
+
+class FakeHostInfo final : public HostInfo {
+public:
+    std::string operatingSystemVersion() const override { return osVersion; }
+    std::string loginName() const override { return login; }
+    std::optional<std::string> computerName() const override { return computer; }
+
+    std::string osVersion = "Version 14.5 (Build 23F79)";
+    std::string login = "tester";
+    std::optional<std::string> computer = "Test Mac";
+};
+
+} // namespace varnoth::test

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "platform/StatusItem.h"
+
+#include <stdexcept>
+
+namespace varnoth::test {
+
+// Records what the agent shows in the menu bar; choose() plays a click on a menu entry.
+class FakeStatusItem final : public StatusItem {
+public:
+    bool hasButton() const override { return button; }
+    void setImage(const std::string& name) override { images.push_back(name); }
+    void setMenu(std::vector<MenuItem> items) override { menu = std::move(items); }
+    void setChecked(std::size_t index, bool checked) override { menu.at(index).checked = checked; }
+
+    // The titles in menu order, "-" for a separator.
+    std::vector<std::string> titles() const {
+        std::vector<std::string> result;
+        for (const auto& item : menu) {
+            result.push_back(item.kind == MenuItem::Kind::separator ? "-" : item.title);
+        }
+        return result;
+    }
+    MenuItem& item(const std::string& title) {
+        for (auto& entry : menu) {
+            if (entry.title == title) {
+                return entry;
+            }
+        }
+        throw std::out_of_range("no menu item " + title);
+    }
+    void choose(const std::string& title) { item(title).action(); }
+
+    bool button = true;
+    std::vector<std::string> images;
+    std::vector<MenuItem> menu;
+};
+
+} // namespace varnoth::test

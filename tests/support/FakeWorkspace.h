@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/Workspace.h"
+
+#include <vector>
+
+namespace varnoth::test {
+
+class FakeWorkspace final : public Workspace {
+public:
+    bool openFile(const std::filesystem::path& path) override {
+        opened.push_back(path);
+        return true;
+    }
+    std::vector<std::filesystem::path> opened;
+};
+
+} // namespace varnoth::test
