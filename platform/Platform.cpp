@@ -71,6 +71,10 @@ ProcessLauncher& Platform::processLauncher() {
 
 Application& Platform::application() { return required(current().application, "application"); }
 
+ScriptHost& Platform::scriptHost() { return required(current().scriptHost, "script host"); }
+
+LoginItem* Platform::loginItem() { return current().loginItem; }
+
 const BundleInfo& Platform::bundle() { return current().bundle; }
 
 } // namespace varnoth

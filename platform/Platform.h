@@ -14,6 +14,9 @@
 
 namespace varnoth {
 
+class ScriptHost;
+class LoginItem;
+
 // The ports through which the portable core reaches the platform. The desktop layer installs the real
 // ones at start; tests install deterministic ones. Installed ports are not owned here.
 class Platform {
@@ -29,6 +32,8 @@ public:
         Workspace* workspace = nullptr;
         ProcessLauncher* processLauncher = nullptr;
         Application* application = nullptr;
+        ScriptHost* scriptHost = nullptr; // runs the bundle's Outlook script
+        LoginItem* loginItem = nullptr;   // the agent's own launch-at-login entry
         BundleInfo bundle;
     };
 
@@ -47,6 +52,8 @@ public:
     static Workspace& workspace();
     static ProcessLauncher& processLauncher();
     static Application& application();
+    static ScriptHost& scriptHost();
+    static LoginItem* loginItem(); // none where the platform offers no login items
     static const BundleInfo& bundle();
 };
 
