@@ -2,6 +2,7 @@
 
 #include "platform/PosixHostInfo.h"
 #include "platform/PosixProcessLauncher.h"
+#include "platform/ProcessScriptHost.h"
 #include "platform/SystemClock.h"
 
 #include <stdexcept>
@@ -71,7 +72,11 @@ ProcessLauncher& Platform::processLauncher() {
 
 Application& Platform::application() { return required(current().application, "application"); }
 
-ScriptHost& Platform::scriptHost() { return required(current().scriptHost, "script host"); }
+ScriptHost& Platform::scriptHost() {
+    // Runs the bundle's script resource as a program; with no resources folder it finds no script.
+    static ProcessScriptHost fallback;
+    return current().scriptHost != nullptr ? *current().scriptHost : fallback;
+}
 
 LoginItem* Platform::loginItem() { return current().loginItem; }
 

@@ -38,7 +38,7 @@ public:
     };
 
     // Replaces every port; ports left empty fall back to the process's real ones where one exists
-    // without a desktop (clock, host information, process launcher).
+    // without a desktop (clock, host information, process launcher, script host).
     static void install(Ports ports);
     static const Ports& ports();
 

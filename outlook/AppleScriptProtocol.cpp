@@ -1,0 +1,89 @@
+#include "outlook/AppleScriptProtocol.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace varnoth {
+
+std::size_t AppleScriptProtocol::argumentCount(std::string_view selector) {
+    return static_cast<std::size_t>(std::count(selector.begin(), selector.end(), ':'));
+}
+
+bool AppleScriptProtocol::isSelector(std::string_view selector) {
+    return std::find(selectors.begin(), selectors.end(), selector) != selectors.end();
+}
+
+AppleScriptProtocol::AppleScriptProtocol(std::unique_ptr<ScriptObject> object) : object_(std::move(object)) {}
+
+std::optional<std::string> AppleScriptProtocol::text(std::string_view selector,
+                                                     const std::vector<std::string>& arguments) {
+    const ScriptReply reply = send(selector, arguments);
+    if (!reply.delivered) {
+        return std::nullopt;
+    }
+    // A script that returns no string at all is read as empty text.
+    return reply.text.value_or(std::string());
+}
+
+bool AppleScriptProtocol::deliver(std::string_view selector, const std::vector<std::string>& arguments) {
+    return send(selector, arguments).delivered;
+}
+
+ScriptReply AppleScriptProtocol::send(std::string_view selector, const std::vector<std::string>& arguments) {
+    // Whatever goes wrong on the far side is that operation's failure; the agent carries on.
+    try {
+        return object_->send(selector, arguments);
+    } catch (const std::exception& error) {
+        return ScriptReply::failed(error.what());
+    }
+}
+
+std::optional<std::string> AppleScriptProtocol::getDefaultAccount() {
+    return text(Selector::getDefaultAccount, {});
+}
+
+std::optional<std::string> AppleScriptProtocol::getSignature(const std::string& name) {
+    return text(Selector::getSignature, {name});
+}
+
+bool AppleScriptProtocol::applySignaturesFor(const std::string& account) {
+    return deliver(Selector::applySignaturesFor, {account});
+}
+
+bool AppleScriptProtocol::applyDefaultNewSignatureFor(const std::string& account) {
+    return deliver(Selector::applyDefaultNewSignatureFor, {account});
+}
+
+bool AppleScriptProtocol::applyDefaultReplySignatureFor(const std::string& account) {
+    return deliver(Selector::applyDefaultReplySignatureFor, {account});
+}
+
+bool AppleScriptProtocol::applyNoneSignaturesFor(const std::string& account) {
+    return deliver(Selector::applyNoneSignaturesFor, {account});
+}
+
+bool AppleScriptProtocol::applyNoneDefaultNewSignatureFor(const std::string& account) {
+    return deliver(Selector::applyNoneDefaultNewSignatureFor, {account});
+}
+
+bool AppleScriptProtocol::applyNoneDefaultReplySignatureFor(const std::string& account) {
+    return deliver(Selector::applyNoneDefaultReplySignatureFor, {account});
+}
+
+bool AppleScriptProtocol::deleteSignatures() {
+    return deliver(Selector::deleteSignatures, {});
+}
+
+bool AppleScriptProtocol::deleteSignature(const std::string& name) {
+    return deliver(Selector::deleteSignature, {name});
+}
+
+bool AppleScriptProtocol::createSignature(const std::string& name, const std::string& content) {
+    return deliver(Selector::createSignature, {name, content});
+}
+
+std::optional<std::string> AppleScriptProtocol::getVersion() {
+    return text(Selector::getVersion, {});
+}
+
+} // namespace varnoth

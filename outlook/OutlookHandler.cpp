@@ -1,0 +1,232 @@
+#include "outlook/OutlookHandler.h"
+
+#include "core/Logger.h"
+#include "platform/Platform.h"
+
+#include <cstdlib>
+#include <exception>
+#include <utf8proc.h>
+
+namespace varnoth {
+
+namespace {
+
+// The canonical decomposition of UTF-8 text; nothing when the text is not UTF-8.
+std::optional<std::string> decomposed(const std::string& text) {
+    utf8proc_uint8_t* result = nullptr;
+    const utf8proc_ssize_t length = utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
+        &result, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE));
+    if (length < 0) {
+        return std::nullopt;
+    }
+    std::string form(reinterpret_cast<const char*>(result), static_cast<std::size_t>(length));
+    std::free(result);
+    return form;
+}
+
+} // namespace
+
+OutlookHandler::OutlookHandler() {
+    try {
+        Platform::scriptHost().loadScripts();
+    } catch (const std::exception&) {
+        // Without scripts every operation below fails on its own, with its own line.
+    }
+    if (const auto version = getVersion()) {
+        Logger::log("Outlook " + *version + " is installed");
+    } else {
+        Logger::log("Error: Cannot get Outlook version");
+    }
+    if (!defaultAccount) {
+        defaultAccount = getDefaultAccount();
+    }
+}
+
+std::optional<AppleScriptProtocol> OutlookHandler::makeScriptObject() {
+    try {
+        if (auto object = Platform::scriptHost().makeObject(AppleScriptProtocol::className)) {
+            return AppleScriptProtocol(std::move(object));
+        }
+    } catch (const std::exception&) {
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> OutlookHandler::getVersion() {
+    if (auto script = makeScriptObject()) {
+        auto version = script->getVersion();
+        if (version && !version->empty()) {
+            return version;
+        }
+    }
+    Logger::log("Error: cannot get Outlook version");
+    return std::nullopt;
+}
+
+std::optional<std::string> OutlookHandler::getDefaultAccount() {
+    Logger::log("Getting default Outlook account name");
+    if (auto script = makeScriptObject()) {
+        auto account = script->getDefaultAccount();
+        if (account && !account->empty()) {
+            Logger::log("Successfully got default Outlook account name: " + *account);
+            return account;
+        }
+    }
+    Logger::log("Error: cannot get default Outlook account name");
+    return std::nullopt;
+}
+
+bool OutlookHandler::canonicallyEqual(const std::string& first, const std::string& second) {
+    if (first == second) {
+        return true;
+    }
+    const auto firstForm = decomposed(first);
+    const auto secondForm = decomposed(second);
+    if (!firstForm || !secondForm) {
+        return false;
+    }
+    return *firstForm == *secondForm;
+}
+
+bool OutlookHandler::needsUpdate(const std::string& name, const std::string& content,
+                                 const char* successPrefix) {
+    std::optional<std::string> current;
+    if (auto script = makeScriptObject()) {
+        current = script->getSignature(name);
+    }
+    if (!current) {
+        // A default that cannot be read is written anew.
+        Logger::log("Error: cannot get default Outlook signature");
+        return true;
+    }
+    const bool differs = !canonicallyEqual(*current, content);
+    Logger::log(std::string(successPrefix) + (differs ? "true" : "false"));
+    return differs;
+}
+
+bool OutlookHandler::defaultNewSignatureNeedsUpdate(const std::string& content) {
+    return needsUpdate(newEmailDesc, content, "Default new email signature needs update: ");
+}
+
+bool OutlookHandler::defaultReplySignatureNeedsUpdate(const std::string& content) {
+    return needsUpdate(replyEmailDesc, content, "Default reply forward email signature needs update: ");
+}
+
+bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
+    Logger::log("Creating default new email signature");
+    auto script = makeScriptObject();
+    if (!script || !script->createSignature(newEmailDesc, content)) {
+        Logger::log("Error: failed to create default new email signature");
+        return false;
+    }
+    Logger::log("Created default new email signature successfully");
+    return true;
+}
+
+bool OutlookHandler::createDefaultReplySignature(const std::string& content) {
+    Logger::log("Creating default reply forward signature");
+    auto script = makeScriptObject();
+    if (!script || !script->createSignature(replyEmailDesc, content)) {
+        Logger::log("Error: failed to create default reply forward signature");
+        return false;
+    }
+    Logger::log("Created default reply forward signature");
+    return true;
+}
+
+void OutlookHandler::deleteDefaultNewSignature() {
+    auto script = makeScriptObject();
+    if (!script || !script->deleteSignature(newEmailDesc)) {
+        Logger::log("Error: cannot delete default new email signature");
+        return;
+    }
+    Logger::log("Default new email signature deleted");
+}
+
+void OutlookHandler::deleteDefaultReplySignature() {
+    auto script = makeScriptObject();
+    if (!script || !script->deleteSignature(replyEmailDesc)) {
+        Logger::log("Error: cannot delete default reply forward email signature");
+        return;
+    }
+    Logger::log("Default reply forward email signature deleted");
+}
+
+bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
+    Logger::log("Creating signature " + name);
+    auto script = makeScriptObject();
+    if (!script || !script->createSignature(name, content)) {
+        Logger::log("Error: failed to create signature " + name);
+        return false;
+    }
+    Logger::log("Created signature " + name + " successfully");
+    return true;
+}
+
+void OutlookHandler::deleteSignature(const std::string& name) {
+    auto script = makeScriptObject();
+    if (!script || !script->deleteSignature(name)) {
+        Logger::log("Error: cannot delete signature " + name);
+        return;
+    }
+    Logger::log("Email signature " + name + " deleted");
+}
+
+void OutlookHandler::deleteSignatures() {
+    Logger::log("Removing signatures");
+    auto script = makeScriptObject();
+    if (!script || !script->deleteSignatures()) {
+        Logger::log("Error: couldn't remove email signatures");
+        return;
+    }
+    Logger::log("Email signatures removed successfully");
+}
+
+bool OutlookHandler::applyDefaultSignatures(SignatureAction newAction, SignatureAction replyAction) {
+    Logger::log("Applying default signature");
+    auto script = makeScriptObject();
+    if (!script || !defaultAccount) {
+        Logger::log("Error: failed to apply signatures");
+        return false;
+    }
+    const std::string account = *defaultAccount;
+
+    // Each message is announced by its line; after a failed message nothing further is sent.
+    bool delivered = true;
+    auto send = [&](const char* line, bool (AppleScriptProtocol::*message)(const std::string&)) {
+        if (delivered) {
+            Logger::log(line);
+            delivered = ((*script).*message)(account);
+        }
+    };
+    const bool setNew = newAction == SignatureAction::change, clearNew = newAction == SignatureAction::clear;
+    const bool setReply = replyAction == SignatureAction::change,
+               clearReply = replyAction == SignatureAction::clear;
+    if (setNew && setReply) {
+        send("Automation will set both signatures", &AppleScriptProtocol::applySignaturesFor);
+    } else if (clearNew && clearReply) {
+        send("Automation will remove both signatures", &AppleScriptProtocol::applyNoneSignaturesFor);
+    } else {
+        if (setNew) {
+            send("Automation will set new signature", &AppleScriptProtocol::applyDefaultNewSignatureFor);
+        } else if (clearNew) {
+            send("Automation will remove new signature",
+                 &AppleScriptProtocol::applyNoneDefaultNewSignatureFor);
+        }
+        if (setReply) {
+            send("Automation will set reply signature", &AppleScriptProtocol::applyDefaultReplySignatureFor);
+        } else if (clearReply) {
+            send("Automation will remove reply signature",
+                 &AppleScriptProtocol::applyNoneDefaultReplySignatureFor);
+        }
+    }
+    if (!delivered) {
+        Logger::log("Error: failed to apply signatures");
+        return false;
+    }
+    Logger::log("Applied default signatures successfully");
+    return true;
+}
+
+} // namespace varnoth

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "outlook/AppleScriptProtocol.h"
+#include "server/SignatureDescriptor.h"
+
+#include <optional>
+#include <string>
+
+namespace varnoth {
+
+// The agent's way into Outlook: wraps the bundle's Outlook script and logs every operation's outcome.
+// Handlers are short-lived (one update run, one click on the apply dialog's configure button); each
+// construction reloads the scripts and logs Outlook's version. No operation throws: each writes its
+// own log line and reports failure by its result.
+class OutlookHandler {
+public:
+    static constexpr const char* newSignatureName = AppleScriptProtocol::defaultNewSignatureName;
+    static constexpr const char* replySignatureName = AppleScriptProtocol::defaultReplySignatureName;
+
+    // Outlook's default account as the first successful getDefaultAccount of the process returned it.
+    // Never refreshed afterwards: a changed default account is seen after a restart. Tests reset it.
+    static inline std::optional<std::string> defaultAccount;
+
+    // Loads the scripts, logs the version line and learns the default account while it is unknown.
+    OutlookHandler();
+
+    std::optional<std::string> getVersion();
+    std::optional<std::string> getDefaultAccount();
+
+    // A fresh script object for one operation; nothing when the script class cannot be found.
+    std::optional<AppleScriptProtocol> makeScriptObject();
+
+    // True when Outlook's default differs from the content (or cannot be read) and must be written.
+    bool defaultNewSignatureNeedsUpdate(const std::string& content);
+    bool defaultReplySignatureNeedsUpdate(const std::string& content);
+    // True when the script received the signature.
+    bool createDefaultNewSignature(const std::string& content);
+    bool createDefaultReplySignature(const std::string& content);
+    void deleteDefaultNewSignature();
+    void deleteDefaultReplySignature();
+    bool createSignature(const std::string& name, const std::string& content);
+    void deleteSignature(const std::string& name);
+    void deleteSignatures();
+    // Makes the default signatures Outlook's defaults for the default account, as the two actions say;
+    // only change and clear lead to a message. False without a script object or an account.
+    bool applyDefaultSignatures(SignatureAction newAction, SignatureAction replyAction);
+
+    // Equal when the two texts are canonically equivalent Unicode (the same NFD form); nothing else is
+    // normalised. Texts that are not UTF-8 are compared byte for byte.
+    static bool canonicallyEqual(const std::string& first, const std::string& second);
+
+private:
+    bool needsUpdate(const std::string& name, const std::string& content, const char* successPrefix);
+
+    const std::string newEmailDesc = newSignatureName;
+    const std::string replyEmailDesc = replySignatureName;
+};
+
+} // namespace varnoth
