@@ -1,0 +1,104 @@
+#include "launchd/KeyedDecodingContainer.h"
+
+#include <cstdlib>
+#include <memory>
+
+namespace varnoth {
+
+namespace {
+
+const char* typeName(plist_t node) {
+    switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN:
+        return "a Boolean";
+    case PLIST_UINT:
+        return "an integer";
+    case PLIST_REAL:
+        return "a real number";
+    case PLIST_STRING:
+        return "a string";
+    case PLIST_ARRAY:
+        return "an array";
+    case PLIST_DICT:
+        return "a dictionary";
+    case PLIST_DATE:
+        return "a date";
+    case PLIST_DATA:
+        return "data";
+    case PLIST_KEY:
+        return "a key";
+    case PLIST_UID:
+        return "a UID";
+    case PLIST_NONE:
+        break;
+    }
+    return "nothing";
+}
+
+} // namespace
+
+KeyedDecodingContainer::KeyedDecodingContainer(plist_t dictionary, std::vector<std::string> codingPath)
+    : dictionary_(dictionary), codingPath_(std::move(codingPath)) {
+    requireType(dictionary_, PLIST_DICT, "a dictionary", codingPath_);
+}
+
+plist_t KeyedDecodingContainer::item(const std::string& key) const {
+    return plist_dict_get_item(dictionary_, key.c_str());
+}
+
+std::vector<std::string> KeyedDecodingContainer::pathTo(const std::string& key) const {
+    std::vector<std::string> path = codingPath_;
+    path.push_back(key);
+    return path;
+}
+
+void KeyedDecodingContainer::requireType(plist_t node, plist_type type, const char* expected,
+                                         const std::vector<std::string>& path) {
+    if (node == nullptr || plist_get_node_type(node) != type) {
+        throw PropertyListError(PropertyListError::Kind::typeMismatch, path,
+                                std::string("expected ") + expected + ", found " +
+                                    (node == nullptr ? "nothing" : typeName(node)));
+    }
+}
+
+bool KeyedDecodingContainer::decodeBool(plist_t node, const std::vector<std::string>& path) {
+    requireType(node, PLIST_BOOLEAN, "a Boolean", path);
+    std::uint8_t value = 0;
+    plist_get_bool_val(node, &value);
+    return value != 0;
+}
+
+std::int64_t KeyedDecodingContainer::decodeInteger(plist_t node, const std::vector<std::string>& path) {
+    requireType(node, PLIST_UINT, "an integer", path);
+    // libplist keeps every integer as 64 unsigned bits; negative numbers arrive in two's complement.
+    std::uint64_t value = 0;
+    plist_get_uint_val(node, &value);
+    return static_cast<std::int64_t>(value);
+}
+
+std::string KeyedDecodingContainer::decodeString(plist_t node, const std::vector<std::string>& path) {
+    requireType(node, PLIST_STRING, "a string", path);
+    std::uint64_t length = 0;
+    const char* text = plist_get_string_ptr(node, &length);
+    return text != nullptr ? std::string(text, length) : std::string();
+}
+
+std::vector<std::pair<std::string, plist_t>> KeyedDecodingContainer::entries(plist_t dictionary) {
+    std::vector<std::pair<std::string, plist_t>> result;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(dictionary, &iterator);
+    const std::unique_ptr<void, decltype(&std::free)> iteratorOwner(iterator, &std::free);
+    while (true) {
+        char* key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(dictionary, iterator, &key, &value);
+        const std::unique_ptr<char, decltype(&std::free)> keyOwner(key, &std::free);
+        if (value == nullptr) {
+            break;
+        }
+        result.emplace_back(key != nullptr ? key : "", value);
+    }
+    return result;
+}
+
+} // namespace varnoth
