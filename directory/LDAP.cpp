@@ -338,12 +338,14 @@ LDAP::Entries LDAP::search(const std::string& base, const std::string& filter, S
 
     lastResult_ = std::move(result);
     lastReferences_.clear();
+    lastEntryNames_.clear();
     for (auto& reference : references) {
         lastReferences_.push_back(std::move(reference._values));
     }
 
     Entries entries;
     for (auto& set : sets) {
+        lastEntryNames_.push_back(set._name);
         Attributes map;
         for (auto& attribute : set._attributes) {
             if (attribute._values.size() == 1) {

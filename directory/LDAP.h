@@ -107,6 +107,9 @@ public:
     void remove(const std::string& dn);
 
     const Result& lastResult() const { return lastResult_; }
+    // The DNs of the last search in the order the server sent them: the returned map cannot keep the
+    // order that a sort key asked the server for.
+    const std::vector<std::string>& lastEntryNames() const { return lastEntryNames_; }
     // The referral URLs of each search reference of the last search.
     const std::vector<std::vector<std::string>>& lastReferences() const { return lastReferences_; }
 
@@ -135,6 +138,7 @@ private:
     std::shared_ptr<Iconv> iconv;  // directory code page to UTF-8
     std::shared_ptr<Iconv> iconvR; // UTF-8 to the directory code page
     Result lastResult_;
+    std::vector<std::string> lastEntryNames_;
     std::vector<std::vector<std::string>> lastReferences_;
 };
 
