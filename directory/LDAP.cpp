@@ -141,6 +141,16 @@ std::string_view LDAP::mechanismName(AuthType type) {
     return "UNSUPPORTED";
 }
 
+std::optional<std::string> LDAP::firstText(const Entries& entries) {
+    if (entries.empty() || entries.begin()->second.empty()) {
+        return std::nullopt;
+    }
+    if (const auto* text = std::get_if<std::string>(&entries.begin()->second.begin()->second)) {
+        return *text;
+    }
+    return std::nullopt;
+}
+
 LDAP::Exception::Exception(std::string text)
     : std::runtime_error("message(\"" + text + "\")"), text_(std::move(text)) {}
 

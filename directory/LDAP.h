@@ -89,6 +89,10 @@ public:
     };
 
     // Throws Exception, or Iconv::Exception when the code page has no converter from or to UTF-8.
+    // The first value of the first entry's first attribute, when it is a single text. The maps have
+    // no order: with several entries or attributes, which one comes first is not defined.
+    static std::optional<std::string> firstText(const Entries& entries);
+
     explicit LDAP(const std::string& url, std::shared_ptr<Login> login = nullptr,
                   Iconv::CodePage codePage = Iconv::CodePage::UTF8);
     ~LDAP();
