@@ -1,0 +1,61 @@
+#include "dialogs/ConfigurationViewController.h"
+
+#include "core/Config.h"
+#include "dialogs/ConfigurationView.h"
+#include "platform/Platform.h"
+
+namespace varnoth {
+
+void ConfigurationViewController::setUseEmail(bool useEmail) {
+    useEmail_ = useEmail;
+    view_->setEmailInputEnabled(useEmail_);
+    validateInput();
+}
+
+void ConfigurationViewController::viewWillAppear() {
+    const Config& config = Config::shared();
+    const bool editable = config.UserEmailAddressEditable();
+    const std::string address = config.UserEmailAddress();
+    // An address fixed by the administrator is always in use; otherwise a stored one is.
+    useEmail_ = editable ? !address.empty() : true;
+    if (useEmail_) {
+        view_->setEmailInputEnabled(true);
+    }
+    validateInput();
+    view_->setCheckboxState(useEmail_ ? ConfigurationView::CheckState::on
+                                      : ConfigurationView::CheckState::off);
+    view_->setCheckboxEnabled(editable);
+    view_->setEmailInputEnabled(useEmail_ && editable);
+    view_->setEmailText(address);
+    // Nothing has changed yet, so there is nothing to store: OK waits for the first edit or click.
+    view_->setOkButtonEnabled(false);
+}
+
+void ConfigurationViewController::validateInput() {
+    // Deliberately loose: any "@" will do, the signature server decides what is a mailbox.
+    const bool valid = !useEmail_ || view_->emailText().find('@') != std::string::npos;
+    view_->setOkButtonEnabled(valid);
+}
+
+void ConfigurationViewController::useEmailChanged() {
+    useEmail_ = view_->checkboxState() == ConfigurationView::CheckState::on;
+    view_->setEmailInputEnabled(useEmail_);
+    validateInput();
+}
+
+void ConfigurationViewController::controlTextDidChange() {
+    validateInput();
+}
+
+void ConfigurationViewController::submit() {
+    // The empty text, not a removed key, tells the next update to use Outlook's default account.
+    const std::string address = useEmail_ ? view_->emailText() : std::string();
+    Platform::userDefaults().setString("UserEmailAddress", address);
+    view_->closeWindow();
+}
+
+void ConfigurationViewController::cancel() {
+    view_->closeWindow();
+}
+
+} // namespace varnoth

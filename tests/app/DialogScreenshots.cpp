@@ -1,0 +1,103 @@
+// Shows both dialog windows in the states a user meets and saves each as a PNG image, for the
+// documentation. Usage: dialog_screenshots <output folder>; run it under a display (xvfb-run) to get
+// the real platform's rendering. Nothing outside a temporary folder is read or written but the images.
+
+#include "app/ApplyWindow.h"
+#include "app/ConfigurationWindow.h"
+#include "core/Config.h"
+#include "core/Logger.h"
+#include "platform/Platform.h"
+#include "tests/support/MemoryUserDefaults.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QTest>
+#include <filesystem>
+#include <iostream>
+
+namespace {
+
+using namespace varnoth;
+
+bool save(QDialog& dialog, const std::filesystem::path& path) {
+    QApplication::processEvents();
+    QTest::qWait(100);
+    if (!dialog.grab().save(QString::fromStdString(path.string()), "PNG")) {
+        std::cerr << "dialog_screenshots: cannot write " << path << "\n";
+        return false;
+    }
+    std::cout << path.string() << "\n";
+    return true;
+}
+
+void answer(ApplyWindow& window, SignatureAction newAction, SignatureAction replyAction) {
+    SignatureDescriptor descriptor;
+    descriptor.defaultSignatureAction = newAction;
+    descriptor.replySignatureAction = replyAction;
+    window.controller().signature = descriptor;
+    window.controller().updateMessage();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "Usage: dialog_screenshots <output folder>\n";
+        return 2;
+    }
+    const std::filesystem::path output = argv[1];
+    std::filesystem::create_directories(output);
+
+    char pattern[] = "/tmp/varnoth-screenshots-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) {
+        return 1;
+    }
+    const std::filesystem::path scratch = pattern;
+    Logger::setLogFilePath(scratch / "agent.log");
+
+    QApplication application(argc, argv);
+    test::MemoryUserDefaults defaults;
+    Platform::Ports ports;
+    ports.userDefaults = &defaults;
+    ports.bundle.name = Config::baseName;
+    Platform::install(ports);
+    // No configuration file: every setting at its default.
+    Config::setShared(
+        std::make_unique<Config>(Config::Locations{scratch / "system", scratch / "user", Config::baseName}));
+
+    bool saved = true;
+    {
+        ApplyWindow window;
+        answer(window, SignatureAction::dontchange, SignatureAction::change);
+        window.center();
+        window.show();
+        saved &= save(window.dialog(), output / "apply-automatic.png");
+        window.close();
+        answer(window, SignatureAction::dontchange, SignatureAction::dontchange);
+        window.show();
+        saved &= save(window.dialog(), output / "apply-not-changed.png");
+        window.close();
+    }
+    {
+        ConfigurationWindow window;
+        window.center();
+        window.show();
+        saved &= save(window.dialog(), output / "configuration-default-account.png");
+        window.close();
+        defaults.setString("UserEmailAddress", "jane.doe@example.com");
+        window.show();
+        auto* input = window.dialog().findChild<QLineEdit*>("emailInput");
+        input->setFocus();
+        input->end(false);
+        QTest::keyClicks(input, ".uk");
+        saved &= save(window.dialog(), output / "configuration-fixed-address.png");
+        window.close();
+    }
+
+    Config::setShared(nullptr);
+    Platform::install({});
+    std::error_code ignored;
+    std::filesystem::remove_all(scratch, ignored);
+    return saved ? 0 : 1;
+}
