@@ -1,0 +1,160 @@
+#include "platform/ProcessScriptHost.h"
+#include "outlook/OutlookHandler.h"
+#include "platform/Platform.h"
+#include "tests/support/AgentTest.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+namespace varnoth::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// Small programs in place of the bundle's Outlook script, run as real child processes.
+class ProcessScriptHostTest : public AgentTest {
+protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        OutlookHandler::defaultAccount.reset();
+        auto ports = Platform::ports();
+        ports.scriptHost = &host;
+        ports.bundle.resourcesFolder = resources();
+        ports.bundle.executablePath = root() / "bin/varnoth-agent";
+        Platform::install(ports);
+    }
+    void TearDown() override {
+        OutlookHandler::defaultAccount.reset();
+        AgentTest::TearDown();
+    }
+
+    std::filesystem::path resources() const { return root() / "Resources"; }
+    void writeScript(const std::string& body) {
+        writeFile(resources() / "OutlookScriptObj", "#!/bin/sh\n" + body);
+        std::filesystem::permissions(resources() / "OutlookScriptObj", std::filesystem::perms::owner_all);
+    }
+    std::string readFile(const std::filesystem::path& path) const {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream content;
+        content << in.rdbuf();
+        return content.str();
+    }
+    ScriptReply send(std::string_view selector, const std::vector<std::string>& arguments) {
+        host.loadScripts();
+        auto object = host.makeObject("OutlookScriptObj");
+        if (!object) {
+            ADD_FAILURE() << "no script object";
+            return {};
+        }
+        return object->send(selector, arguments);
+    }
+
+    ProcessScriptHost host{std::chrono::seconds(30)};
+};
+
+TEST_F(ProcessScriptHostTest, SelectorArgumentsAndAnswerPassUnchanged) {
+    // Echoes its input, and notes its command line and environment beside itself.
+    writeScript("printf '%s|%s|%s' \"$#\" \"$1\" \"$VARNOTH_AGENT_EXECUTABLE\" >\"$0.seen\"\nexec cat\n");
+    const std::string name = "a/b \"c\" 'd' $HOME `x` \\ * ;\n\u00E9\u4E2D\U0001F600";
+    std::string html = "<html>\r\n";
+    while (html.size() < (1u << 20)) {
+        html += "<p style=\"color:#123\">caf\u00E9 \u2014 'quote' \"dq\" $(rm -rf /) \t line</p>\n";
+    }
+    const ScriptReply reply = send("createSignature:content:", {name, html});
+    ASSERT_TRUE(reply.delivered) << reply.error;
+    EXPECT_TRUE(reply.text == name + '\0' + html + '\0'); // too large to print on a mismatch
+    EXPECT_EQ(readFile(resources() / "OutlookScriptObj.seen"),
+              "1|createSignature:content:|" + (root() / "bin/varnoth-agent").string());
+}
+
+TEST_F(ProcessScriptHostTest, EmptyOutputIsNoAnswerAndInvalidUtf8IsAFailure) {
+    writeScript("case \"$1\" in getVersion) ;; *) printf '\\377\\376' ;; esac\n");
+    const ScriptReply empty = send("getVersion", {});
+    EXPECT_TRUE(empty.delivered);
+    EXPECT_FALSE(empty.text);
+    EXPECT_FALSE(send("getDefaultAccount", {}).delivered);
+}
+
+TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsFailTheirMessage) {
+    writeScript("case \"$1\" in\n"
+                "  getVersion) echo 'Outlook is gone' >&2; exit 1 ;;\n"
+                "  getDefaultAccount) ulimit -c 0; kill -SEGV $$ ;;\n"
+                "  getSignature:) echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
+                "esac\n");
+    const ScriptReply failed = send("getVersion", {});
+    EXPECT_FALSE(failed.delivered);
+    EXPECT_NE(failed.error.find("Outlook is gone"), std::string::npos) << failed.error;
+    const ScriptReply crashed = send("getDefaultAccount", {});
+    EXPECT_FALSE(crashed.delivered);
+    EXPECT_NE(crashed.error.find("signal"), std::string::npos) << crashed.error;
+
+    ProcessScriptHost impatient{std::chrono::milliseconds(300)};
+    impatient.loadScripts();
+    const ScriptReply hung = impatient.makeObject("OutlookScriptObj")->send("getSignature:", {"x"});
+    EXPECT_FALSE(hung.delivered);
+    // The child was killed and reaped, not left behind.
+    const pid_t pid = std::stoi(readFile(resources() / "OutlookScriptObj.pid"));
+    EXPECT_EQ(::kill(pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
+}
+
+TEST_F(ProcessScriptHostTest, NoObjectWithoutAnExecutableResourceOfThatName) {
+    host.loadScripts();
+    EXPECT_FALSE(host.makeObject("OutlookScriptObj")); // no resource yet
+    writeFile(resources() / "OutlookScriptObj", "#!/bin/sh\n");
+    std::filesystem::permissions(resources() / "OutlookScriptObj",
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_FALSE(host.makeObject("OutlookScriptObj")); // not executable
+    writeScript("exit 0\n");
+    EXPECT_TRUE(host.makeObject("OutlookScriptObj"));
+    EXPECT_FALSE(host.makeObject("Other"));
+    EXPECT_FALSE(host.makeObject("../Resources/OutlookScriptObj"));
+    EXPECT_FALSE(host.makeObject(""));
+
+    // The folder is taken when the scripts are loaded: a bundle without resources has no classes.
+    auto ports = Platform::ports();
+    ports.bundle.resourcesFolder.clear();
+    Platform::install(ports);
+    host.loadScripts();
+    EXPECT_FALSE(host.makeObject("OutlookScriptObj"));
+}
+
+TEST_F(ProcessScriptHostTest, AnArgumentHoldingNulIsRefusedWithoutRunningTheScript) {
+    writeScript("touch \"$0.ran\"\n");
+    EXPECT_FALSE(send("getSignature:", {std::string("a\0b", 3)}).delivered);
+    EXPECT_FALSE(std::filesystem::exists(resources() / "OutlookScriptObj.ran"));
+}
+
+TEST_F(ProcessScriptHostTest, HandlerOverAScriptThatLacksOperationsKeepsGoing) {
+    writeScript("case \"$1\" in\n"
+                "  getVersion) printf '16.1' ;;\n"
+                "  getDefaultAccount) printf 'me@example.com' ;;\n"
+                "  *) echo \"unrecognized selector $1\" >&2; exit 2 ;;\n"
+                "esac\n");
+    OutlookHandler handler;
+    EXPECT_EQ(OutlookHandler::defaultAccount, "me@example.com");
+    clearLog();
+    EXPECT_FALSE(handler.createSignature("Team", "<p>team</p>"));
+    EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>new</p>"));
+    EXPECT_FALSE(handler.applyDefaultSignatures(SignatureAction::change, SignatureAction::change));
+    EXPECT_EQ(logLines(),
+              (Lines{"Creating signature Team", "Error: failed to create signature Team",
+                     "Error: cannot get default Outlook signature", "Applying default signature",
+                     "Automation will set both signatures", "Error: failed to apply signatures"}));
+}
+
+TEST_F(ProcessScriptHostTest, HandlerWithoutTheResourceLogsTheFourConstructionLines) {
+    OutlookHandler handler;
+    EXPECT_EQ(logLines(), (Lines{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
+                                 "Getting default Outlook account name",
+                                 "Error: cannot get default Outlook account name"}));
+    clearLog();
+    EXPECT_FALSE(handler.createDefaultNewSignature("x"));
+    EXPECT_EQ(logLines(), (Lines{"Creating default new email signature",
+                                 "Error: failed to create default new email signature"}));
+}
+
+} // namespace
+} // namespace varnoth::test
