@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// The signature server's message frame: "##!! DATA BLOCK START !!##", an XML document, then
+// "##!! DATA BLOCK END !!##", the whole text carried as UTF-16 little-endian without byte-order mark.
+namespace varnoth::framing {
+
+inline constexpr std::string_view startMarker = "##!! DATA BLOCK START !!##";
+inline constexpr std::string_view endMarker = "##!! DATA BLOCK END !!##";
+inline constexpr std::string_view xmlDeclaration = R"(<?xml version="1.0" encoding="utf-16"?>)";
+
+// The wire bytes of a request: start marker, declaration, the Request element with the attributes
+// Type, Version and Source="DeploymentAgent", the body, and the end marker.
+std::string frameRequest(std::string_view type, std::string_view version, std::string_view body);
+
+// The wire bytes of any text between the two markers (used by the demo server for its answers).
+std::string frameText(std::string_view text);
+
+// Whether the chunk that starts at chunkStart of the received stream holds a whole end marker.
+//
+// The chunk is read on the stream's two-byte grid rather than from its own first byte: when the bytes
+// before it were an odd count, its first byte completes the previous code unit. A code unit or a
+// surrogate pair cut by the chunk's edges is left out, and a broken pair inside the chunk cannot hide
+// the (ASCII) marker, so every chunk "decodes" for this test; the strict decoding of the whole answer
+// is what rejects broken bytes. This way the end of an answer is recognised however the network cut
+// the stream, while a marker split across two chunks is found in neither.
+bool chunkHoldsEndMarker(std::string_view stream, std::size_t chunkStart);
+
+// The offset, on the two-byte grid and at or after from, of the first end marker of a UTF-16LE
+// stream, or nothing.
+std::optional<std::size_t> findEndMarker(std::string_view stream, std::size_t from = 0);
+
+// The answer text with every start marker removed, then every end marker, then every
+// encoding="utf-16" rewritten to encoding="utf-8".
+std::string unframe(std::string text);
+
+} // namespace varnoth::framing

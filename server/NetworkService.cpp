@@ -1,0 +1,167 @@
+#include "server/NetworkService.h"
+
+#include "core/Config.h"
+#include "core/Logger.h"
+#include "platform/Platform.h"
+#include "server/Framing.h"
+#include "server/SignatureDocuments.h"
+#include "server/Utf16.h"
+
+namespace varnoth {
+
+NetworkService::NetworkService() : self_(std::make_shared<NetworkService*>(this)) {}
+
+NetworkService::~NetworkService() = default;
+
+void NetworkService::schedule(std::chrono::milliseconds delay, std::function<void(NetworkService&)> step) {
+    auto task = [weak = std::weak_ptr<NetworkService*>(self_), step = std::move(step)] {
+        if (const auto self = weak.lock()) {
+            step(**self);
+        }
+    };
+    if (delay.count() == 0) {
+        Platform::mainQueue().post(std::move(task));
+    } else {
+        Platform::mainQueue().postAfter(delay, std::move(task));
+    }
+}
+
+void NetworkService::getSignatures(const std::string& email, Completion completion) {
+    Config& config = Config::shared();
+    std::string host;
+    if (config.SignatureServerAutodetect()) {
+        getDefaultNamingContext();
+        host = getServiceDNSName().value_or("");
+    }
+    if (host.empty()) {
+        host = config.SignatureServerAddress();
+    }
+    tcpClient = std::make_unique<TCPClient>(host, config.SignatureServerPort());
+    schedule(std::chrono::milliseconds(0), [email, completion = std::move(completion)](NetworkService& service) mutable {
+        service.querySignatures(email, std::move(completion));
+    });
+}
+
+bool NetworkService::connectAndSend(const std::string& request) {
+    if (const auto error = tcpClient->connect(connectTimeout)) {
+        Logger::log("Failed to connect to host: " + tcpClient->address() + " error: " + error->localizedDescription);
+        return false;
+    }
+    Logger::log("Successfully connected to host: " + tcpClient->address());
+    if (const auto error = tcpClient->send(request)) {
+        Logger::log("Query server: " + tcpClient->address() + " error: " + error->localizedDescription);
+        return false;
+    }
+    Logger::log("Successfully sent query to: " + tcpClient->address());
+    return true;
+}
+
+void NetworkService::querySignatures(const std::string& email, Completion completion) {
+    if (!connectAndSend(makeSignaturesRequest(email))) {
+        completion(std::nullopt);
+        return;
+    }
+    schedule(std::chrono::seconds(1), [email, completion = std::move(completion)](NetworkService& service) mutable {
+        service.receiveSignatures(email, std::move(completion));
+    });
+}
+
+void NetworkService::receiveSignatures(const std::string& email, Completion completion) {
+    const std::optional<std::string> text = readResponse();
+    if (!text) {
+        completion(std::nullopt);
+        return;
+    }
+    Logger::log("Successfully received response from: " + tcpClient->address());
+    std::optional<SignatureDescriptor> descriptor = parseSignatures(*text);
+    if (!descriptor) {
+        Logger::log("Error: Parsing signature failed for " + email);
+        Logger::log(*text);
+        completion(std::nullopt);
+        return;
+    }
+    Logger::log("Parsed signature successfully for " + email);
+    completion(std::move(descriptor));
+}
+
+std::optional<std::string> NetworkService::readResponse() {
+    Clock& clock = Platform::clock();
+    const auto start = clock.steadyNow();
+    std::string buffer;
+    for (;;) {
+        if (clock.steadyNow() - start > readTimeout) {
+            Logger::log("Error: reading server response timed out");
+            return std::nullopt;
+        }
+        std::optional<std::string> chunk = tcpClient->read(readLength, -1);
+        if (!chunk || chunk->empty()) {
+            continue;
+        }
+        const std::size_t chunkStart = buffer.size();
+        buffer += *chunk;
+        if (buffer.size() > maxResponseBytes) {
+            Logger::log("Error: response from server exceeds " + std::to_string(maxResponseBytes) + " bytes, reading stopped");
+            return std::nullopt;
+        }
+        if (framing::chunkHoldsEndMarker(buffer, chunkStart)) {
+            break;
+        }
+    }
+
+    std::optional<std::string> text = utf16::decode(buffer);
+    std::string().swap(buffer);
+    if (!text) {
+        Logger::log("Error: No response from server");
+        return std::nullopt;
+    }
+    if (text->find(framing::startMarker) == std::string::npos || text->find(framing::endMarker) == std::string::npos) {
+        Logger::log("Error: Unsupported response from server: " + *text);
+        return std::nullopt;
+    }
+    return framing::unframe(std::move(*text));
+}
+
+std::optional<SignatureDescriptor> NetworkService::parseSignatures(const std::string& text) {
+    DeploymentFields fields{deployIdentifier, deployInformation};
+    std::optional<SignatureDescriptor> descriptor = parseSignatureAnswer(text, fields);
+    deployIdentifier = std::move(fields.deployIdentifier);
+    deployInformation = std::move(fields.deployInformation);
+    return descriptor;
+}
+
+void NetworkService::submitDeploymentLog(bool success, const std::string& log) {
+    const BundleInfo& bundle = Platform::bundle();
+    DeploymentLogContent content;
+    content.times = deploymentTimes(Platform::clock().now());
+    content.deployIdentifier = deployIdentifier;
+    content.deployInformation = deployInformation;
+    content.bundleName = bundle.name;
+    content.shortVersion = bundle.shortVersion;
+    content.bundleVersion = bundle.version;
+    content.success = success;
+    content.log = log;
+    std::string body = makeDeploymentLogBody(content);
+    Logger::log("Submitting deployment log");
+    schedule(std::chrono::milliseconds(0), [body = std::move(body)](NetworkService& service) { service.sendDeploymentLog(body); });
+}
+
+void NetworkService::sendDeploymentLog(const std::string& body) {
+    if (!tcpClient) {
+        // The run never asked for signatures (it had no address): report to the configured server.
+        Config& config = Config::shared();
+        tcpClient = std::make_unique<TCPClient>(config.SignatureServerAddress(), config.SignatureServerPort());
+    }
+    connectAndSend(makeDeploymentLogRequest(body));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Directory discovery. These two functions are the seam for the LDAP lookups of the server's
+// host name; until the directory client is wired in, discovery finds nothing and getSignatures
+// falls back to SignatureServerAddress. Keep them together at the end of this file.
+// ---------------------------------------------------------------------------------------------
+
+void NetworkService::getDefaultNamingContext() {}
+
+std::optional<std::string> NetworkService::getServiceDNSName() { return std::nullopt; }
+
+} // namespace varnoth

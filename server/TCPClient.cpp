@@ -1,0 +1,175 @@
+#include "server/TCPClient.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace varnoth {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+TCPError systemError(int code) { return TCPError{std::strerror(code)}; }
+
+int remainingMilliseconds(Clock::time_point deadline) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, 1 << 30));
+}
+
+// Waits for the events on the socket until the deadline; false on time-out.
+bool waitFor(int socket, short events, Clock::time_point deadline) {
+    for (;;) {
+        pollfd entry{socket, events, 0};
+        const int ready = ::poll(&entry, 1, remainingMilliseconds(deadline));
+        if (ready > 0) {
+            return true;
+        }
+        if (ready == 0) {
+            return false;
+        }
+        if (errno != EINTR) {
+            return true; // let the following call report the error
+        }
+    }
+}
+
+} // namespace
+
+TCPClient::TCPClient(std::string address, std::int32_t port) : address_(std::move(address)), port_(port) {}
+
+TCPClient::~TCPClient() { close(); }
+
+void TCPClient::close() {
+    if (socket_ >= 0) {
+        ::close(socket_);
+        socket_ = -1;
+    }
+    peerClosed_ = false;
+}
+
+std::optional<TCPError> TCPClient::connect(int timeoutSeconds) {
+    return connect(std::chrono::seconds(std::max(timeoutSeconds, 0)));
+}
+
+std::optional<TCPError> TCPClient::connect(std::chrono::milliseconds timeout) {
+    close();
+    const auto deadline = Clock::now() + timeout;
+    if (port_ < 0 || port_ > 65535) {
+        return TCPError{"Invalid port: " + std::to_string(port_)};
+    }
+
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICSERV | AI_ADDRCONFIG;
+    addrinfo* found = nullptr;
+    const int resolved = ::getaddrinfo(address_.c_str(), std::to_string(port_).c_str(), &hints, &found);
+    if (resolved != 0) {
+        return TCPError{resolved == EAI_SYSTEM ? std::strerror(errno) : ::gai_strerror(resolved)};
+    }
+
+    TCPError last = systemError(ETIMEDOUT);
+    for (const addrinfo* candidate = found; candidate != nullptr; candidate = candidate->ai_next) {
+        if (Clock::now() >= deadline) {
+            last = systemError(ETIMEDOUT);
+            break;
+        }
+        const int fd = ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, candidate->ai_protocol);
+        if (fd < 0) {
+            last = systemError(errno);
+            continue;
+        }
+        int code = 0;
+        if (::connect(fd, candidate->ai_addr, candidate->ai_addrlen) != 0) {
+            code = errno;
+            if (code == EINPROGRESS || code == EINTR) {
+                if (!waitFor(fd, POLLOUT, deadline)) {
+                    code = ETIMEDOUT;
+                } else {
+                    socklen_t length = sizeof code;
+                    if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &code, &length) != 0) {
+                        code = errno;
+                    }
+                }
+            }
+        }
+        if (code == 0) {
+            socket_ = fd;
+            ::freeaddrinfo(found);
+            return std::nullopt;
+        }
+        ::close(fd);
+        last = systemError(code);
+    }
+    ::freeaddrinfo(found);
+    return last;
+}
+
+std::optional<TCPError> TCPClient::send(std::string_view data) {
+    if (socket_ < 0) {
+        return systemError(ENOTCONN);
+    }
+    auto deadline = Clock::now() + sendTimeout;
+    while (!data.empty()) {
+        const ssize_t sent = ::send(socket_, data.data(), data.size(), MSG_NOSIGNAL);
+        if (sent > 0) {
+            data.remove_prefix(static_cast<std::size_t>(sent));
+            deadline = Clock::now() + sendTimeout;
+            continue;
+        }
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            if (!waitFor(socket_, POLLOUT, deadline)) {
+                return systemError(ETIMEDOUT);
+            }
+            continue;
+        }
+        return systemError(sent < 0 ? errno : EPIPE);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> TCPClient::read(std::size_t maxLength, int timeoutSeconds) {
+    const auto wait = timeoutSeconds < 0 ? idleWait : std::chrono::milliseconds(std::chrono::seconds(timeoutSeconds));
+    const auto deadline = Clock::now() + wait;
+    if (socket_ < 0 || peerClosed_ || maxLength == 0) {
+        std::this_thread::sleep_until(deadline);
+        return std::nullopt;
+    }
+    std::string bytes(maxLength, '\0');
+    for (;;) {
+        const ssize_t received = ::recv(socket_, bytes.data(), maxLength, 0);
+        if (received > 0) {
+            bytes.resize(static_cast<std::size_t>(received));
+            return bytes;
+        }
+        if (received == 0) {
+            peerClosed_ = true;
+            std::this_thread::sleep_until(deadline);
+            return std::nullopt;
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno != EAGAIN && errno != EWOULDBLOCK) {
+            // A reset or other failure ends the connection's reads like a close does.
+            peerClosed_ = true;
+            std::this_thread::sleep_until(deadline);
+            return std::nullopt;
+        }
+        if (!waitFor(socket_, POLLIN, deadline)) {
+            return std::nullopt;
+        }
+    }
+}
+
+} // namespace varnoth

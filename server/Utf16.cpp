@@ -1,0 +1,146 @@
+#include "server/Utf16.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace varnoth::utf16 {
+
+namespace {
+
+constexpr char32_t replacement = 0xFFFD;
+
+void appendUnit(std::string& out, std::uint16_t unit) {
+    out.push_back(static_cast<char>(unit & 0xFF));
+    out.push_back(static_cast<char>(unit >> 8));
+}
+
+// One code point from UTF-8 at position i; invalid sequences yield U+FFFD and consume one byte.
+char32_t nextCodePoint(std::string_view text, std::size_t& i) {
+    const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+    const unsigned char lead = byte(i);
+    if (lead < 0x80) {
+        ++i;
+        return lead;
+    }
+    std::size_t length = 0;
+    char32_t value = 0;
+    char32_t minimum = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        length = 2, value = lead & 0x1F, minimum = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3, value = lead & 0x0F, minimum = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4, value = lead & 0x07, minimum = 0x10000;
+    } else {
+        ++i;
+        return replacement;
+    }
+    if (i + length > text.size()) {
+        ++i;
+        return replacement;
+    }
+    for (std::size_t k = 1; k < length; ++k) {
+        if ((byte(i + k) & 0xC0) != 0x80) {
+            ++i;
+            return replacement;
+        }
+        value = (value << 6) | (byte(i + k) & 0x3F);
+    }
+    if (value < minimum || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+        ++i;
+        return replacement;
+    }
+    i += length;
+    return value;
+}
+
+std::uint16_t unitAt(const unsigned char* data, std::size_t index) {
+    return static_cast<std::uint16_t>(data[2 * index] | (data[2 * index + 1] << 8));
+}
+
+bool isHigh(std::uint16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool isLow(std::uint16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+} // namespace
+
+std::string encode(std::string_view utf8) {
+    std::string out;
+    out.reserve(utf8.size() * 2);
+    for (std::size_t i = 0; i < utf8.size();) {
+        const char32_t point = nextCodePoint(utf8, i);
+        if (point >= 0x10000) {
+            const char32_t offset = point - 0x10000;
+            appendUnit(out, static_cast<std::uint16_t>(0xD800 + (offset >> 10)));
+            appendUnit(out, static_cast<std::uint16_t>(0xDC00 + (offset & 0x3FF)));
+        } else {
+            appendUnit(out, static_cast<std::uint16_t>(point));
+        }
+    }
+    return out;
+}
+
+std::string encodeAscii(std::string_view ascii) {
+    std::string out(ascii.size() * 2, '\0');
+    for (std::size_t i = 0; i < ascii.size(); ++i) {
+        out[2 * i] = ascii[i];
+    }
+    return out;
+}
+
+std::optional<std::string> decode(std::string_view bytes) {
+    if (bytes.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+    std::size_t count = bytes.size() / 2;
+    if (count > 0 && unitAt(data, 0) == 0xFEFF) {
+        data += 2;
+        --count;
+    }
+
+    // First pass: validate and measure, so the text is allocated once at its exact size.
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint16_t unit = unitAt(data, i);
+        if (unit < 0x80) {
+            length += 1;
+        } else if (unit < 0x800) {
+            length += 2;
+        } else if (isHigh(unit)) {
+            if (i + 1 >= count || !isLow(unitAt(data, i + 1))) {
+                return std::nullopt;
+            }
+            length += 4;
+            ++i;
+        } else if (isLow(unit)) {
+            return std::nullopt;
+        } else {
+            length += 3;
+        }
+    }
+
+    std::string out(length, '\0');
+    char* write = out.data();
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint16_t unit = unitAt(data, i);
+        if (unit < 0x80) {
+            *write++ = static_cast<char>(unit);
+        } else if (unit < 0x800) {
+            *write++ = static_cast<char>(0xC0 | (unit >> 6));
+            *write++ = static_cast<char>(0x80 | (unit & 0x3F));
+        } else if (isHigh(unit)) {
+            const char32_t point = 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (unitAt(data, ++i) - 0xDC00);
+            *write++ = static_cast<char>(0xF0 | (point >> 18));
+            *write++ = static_cast<char>(0x80 | ((point >> 12) & 0x3F));
+            *write++ = static_cast<char>(0x80 | ((point >> 6) & 0x3F));
+            *write++ = static_cast<char>(0x80 | (point & 0x3F));
+        } else {
+            *write++ = static_cast<char>(0xE0 | (unit >> 12));
+            *write++ = static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
+            *write++ = static_cast<char>(0x80 | (unit & 0x3F));
+        }
+    }
+    return out;
+}
+
+} // namespace varnoth::utf16

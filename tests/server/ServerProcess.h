@@ -1,0 +1,38 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace varnoth::test {
+
+// varnoth-signature-server as a child process on a free loopback port, with its own folders for
+// deployment logs and recorded requests; stopped with SIGTERM when dropped.
+class ServerProcess {
+public:
+    explicit ServerProcess(std::vector<std::string> extraArguments = {}, std::string dataFolder = VARNOTH_EXAMPLES_DIR);
+    ~ServerProcess();
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    int port() const { return port_; }
+    const std::filesystem::path& logFolder() const { return logFolder_; }
+    const std::filesystem::path& recordFolder() const { return recordFolder_; }
+
+    // The files of a folder in name order, waiting up to five seconds for at least count of them.
+    static std::vector<std::string> waitForFiles(const std::filesystem::path& folder, std::size_t count);
+    // Stops the server; its exit status (0 for a clean exit).
+    int stop();
+
+private:
+    pid_t pid_ = -1;
+    int port_ = 0;
+    std::filesystem::path folder_;
+    std::filesystem::path logFolder_;
+    std::filesystem::path recordFolder_;
+};
+
+std::string readWholeFile(const std::filesystem::path& path);
+
+} // namespace varnoth::test
