@@ -1,0 +1,25 @@
+#pragma once
+
+#include "launchd/PropertyListDecoder.h"
+#include "launchd/PropertyListEncoder.h"
+
+#include <string>
+#include <vector>
+
+namespace varnoth::test {
+
+// An XML property list whose root dictionary holds the given body.
+std::string xmlPlist(const std::string& dictionaryBody);
+
+// The keys of a serialized property list's root dictionary, in file order.
+std::vector<std::string> rootKeys(const std::string& bytes);
+
+template <typename T> std::string encodedXml(const T& value) {
+    return PropertyListEncoder().encode(value);
+}
+
+template <typename T> T decodedFrom(const std::string& dictionaryBody) {
+    return PropertyListDecoder().decode<T>(xmlPlist(dictionaryBody));
+}
+
+} // namespace varnoth::test
