@@ -2,6 +2,7 @@
 
 #include "core/Config.h"
 #include "core/Logger.h"
+#include "directory/LDAP.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
 #include "server/SignatureDocuments.h"
@@ -93,12 +94,10 @@ std::optional<std::string> NetworkService::readResponse() {
             Logger::log("Error: reading server response timed out");
             return std::nullopt;
         }
-        std::optional<std::string> chunk = tcpClient->read(readLength, -1);
-        if (!chunk || chunk->empty()) {
+        const std::size_t chunkStart = buffer.size();
+        if (tcpClient->readAppending(buffer, readLength, -1) == 0) {
             continue;
         }
-        const std::size_t chunkStart = buffer.size();
-        buffer += *chunk;
         if (buffer.size() > maxResponseBytes) {
             Logger::log("Error: response from server exceeds " + std::to_string(maxResponseBytes) + " bytes, reading stopped");
             return std::nullopt;
@@ -160,8 +159,52 @@ void NetworkService::sendDeploymentLog(const std::string& body) {
 // falls back to SignatureServerAddress. Keep them together at the end of this file.
 // ---------------------------------------------------------------------------------------------
 
-void NetworkService::getDefaultNamingContext() {}
+void NetworkService::getDefaultNamingContext() {
+    // A fresh connection per lookup. Without a configured server the local directory is asked over
+    // TLS, anonymously.
+    const Config& config = Config::shared();
+    auto login = std::make_shared<LDAP::Login>(config.LDAPUser(), config.LDAPPassword());
+    const std::string server = config.LDAPServer();
+    try {
+        LDAP directory(server.empty() ? "ldaps://localhost" : server, server.empty() ? nullptr : login,
+                       Iconv::CodePage::UTF8);
+        const auto value = LDAP::firstText(
+            directory.search("", "(objectclass=*)", LDAP::Scope::BASE, {"defaultNamingContext"}, ""));
+        if (!value) {
+            return;
+        }
+        Logger::log("defaultNamingContext found on LDAP: " + *value);
+        defaultNamingContext = *value;
+    } catch (const std::exception& error) {
+        Logger::log(std::string("Error: Failed to get defaultNamingContext from LDAP server: ") +
+                    error.what());
+    }
+}
 
-std::optional<std::string> NetworkService::getServiceDNSName() { return std::nullopt; }
+std::optional<std::string> NetworkService::getServiceDNSName() {
+    if (!defaultNamingContext) {
+        return std::nullopt;
+    }
+    const Config& config = Config::shared();
+    auto login = std::make_shared<LDAP::Login>(config.LDAPUser(), config.LDAPPassword());
+    const std::string server = config.LDAPServer();
+    try {
+        LDAP directory(server.empty() ? "ldaps://localhost" : server, server.empty() ? nullptr : login,
+                       Iconv::CodePage::UTF8);
+        // The signature server publishes itself under this fixed keyword.
+        const auto value = LDAP::firstText(directory.search(
+            *defaultNamingContext,
+            "(&(objectClass=serviceConnectionPoint)(keywords=5d0c7a2e-3f41-4b8e-9a6d-1c2e7f9b0a31))",
+            LDAP::Scope::SUBTREE, {"serviceDNSName"}, ""));
+        if (!value) {
+            return std::nullopt;
+        }
+        Logger::log("serviceDNSName found on LDAP: " + *value);
+        return value;
+    } catch (const std::exception& error) {
+        Logger::log(std::string("Error: Failed to get serviceDNSName from LDAP server: ") + error.what());
+        return std::nullopt;
+    }
+}
 
 } // namespace varnoth

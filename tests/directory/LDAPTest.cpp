@@ -12,7 +12,9 @@
 
 // Cyrus SASL's DIGEST-MD5 plugin never frees the ciphers it fetches from OpenSSL; libcrypto has no
 // frame pointers, so the reported stacks end there. Nothing else in these tests uses libcrypto.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libcrypto.so\n"; }
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libcrypto.so\n";
+}
 
 namespace varnoth {
 namespace {
