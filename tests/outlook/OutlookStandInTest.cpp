@@ -34,9 +34,8 @@ protected:
         store = OutlookStandInStore(OutlookStandInStore::defaultFolder());
         ASSERT_EQ(store.folder(), root() / "home/.local/share/Varnoth/Outlook");
         OutlookHandler::defaultAccount.reset();
-        // A build tree as CMake lays it out: the agent in app/, the stand-in under tools/.
+        // A build tree as CMake lays it out: the agent in app/ (not built here), the stand-in under tools/.
         const auto build = root() / "build";
-        std::filesystem::create_directories(build / "app");
         std::filesystem::create_directories(build / "tools/outlook-standin");
         std::filesystem::create_symlink(VARNOTH_TEST_STANDIN,
                                         build / "tools/outlook-standin/varnoth-outlook-standin");
