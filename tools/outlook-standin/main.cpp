@@ -10,6 +10,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 using varnoth::AppleScriptProtocol;
@@ -88,7 +89,11 @@ void list(const OutlookStandInStore& store) {
 
 // One message of the script: its arguments are NUL-terminated texts on standard input.
 int answer(OutlookStandInStore& store, const std::string& selector) {
-    const std::string input((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
+    // Someone trying "getVersion" at a terminal should not have to type an end of input.
+    const bool interactive = AppleScriptProtocol::argumentCount(selector) == 0 && ::isatty(STDIN_FILENO) == 1;
+    const std::string input = interactive ? std::string()
+                                          : std::string((std::istreambuf_iterator<char>(std::cin)),
+                                                        std::istreambuf_iterator<char>());
     std::vector<std::string> arguments;
     std::size_t start = 0;
     for (std::size_t end; (end = input.find('\0', start)) != std::string::npos; start = end + 1) {
