@@ -3,7 +3,7 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/app/QtWindowTest.h"
-#include "tests/dialogs/ScriptRecorder.h"
+#include "tests/support/RecordingScriptHost.h"
 
 #include <QLabel>
 #include <QPushButton>
@@ -11,11 +11,24 @@
 namespace varnoth::test {
 namespace {
 
+// The messages that change Outlook: all but the two reading ones that every handler sends.
+std::vector<RecordingScriptHost::Message> changes(const RecordingScriptHost& script) {
+    std::vector<RecordingScriptHost::Message> result;
+    for (const auto& message : script.messages) {
+        if (message.selector != "getVersion" && message.selector != "getDefaultAccount") {
+            result.push_back(message);
+        }
+    }
+    return result;
+}
+
 class ApplyWindowTest : public QtWindowTest {
 protected:
     void SetUp() override {
         QtWindowTest::SetUp();
         Platform::Ports ports = Platform::ports();
+        script.version = "16.89";
+        script.account = "jane@example.com";
         ports.scriptHost = &script;
         Platform::install(ports);
         OutlookHandler::defaultAccount.reset();
@@ -42,7 +55,7 @@ protected:
     QPushButton* configureButton() { return window->dialog().findChild<QPushButton*>("autoConfigureButton"); }
     QPushButton* closeButton() { return window->dialog().findChild<QPushButton*>("closeButton"); }
 
-    ScriptRecorder script;
+    RecordingScriptHost script;
     std::unique_ptr<ApplyWindow> window;
 };
 
@@ -62,8 +75,8 @@ TEST_F(ApplyWindowTest, ConfigureButtonSendsOnlyTheReplyMessageAndClosesTheWindo
     EXPECT_TRUE(configureButton()->isVisible());
 
     click(configureButton());
-    EXPECT_EQ(script.changes(), (std::vector<ScriptRecorder::Message>{
-                                    {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
+    EXPECT_EQ(changes(script), (std::vector<RecordingScriptHost::Message>{
+                                   {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
     EXPECT_FALSE(window->dialog().isVisible());
     EXPECT_EQ(logLines().back(), "Signatures applied successfully with automation");
 }

@@ -3,14 +3,25 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/dialogs/FakeApplyView.h"
-#include "tests/dialogs/ScriptRecorder.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/RecordingScriptHost.h"
 
 #include <algorithm>
 #include <array>
 
 namespace varnoth::test {
 namespace {
+
+// The messages that change Outlook: all but the two reading ones that every handler sends.
+std::vector<RecordingScriptHost::Message> changes(const RecordingScriptHost& script) {
+    std::vector<RecordingScriptHost::Message> result;
+    for (const auto& message : script.messages) {
+        if (message.selector != "getVersion" && message.selector != "getDefaultAccount") {
+            result.push_back(message);
+        }
+    }
+    return result;
+}
 
 constexpr std::array allActions = {SignatureAction::undefined, SignatureAction::change,
                                    SignatureAction::clear, SignatureAction::dontchange};
@@ -29,6 +40,8 @@ protected:
     void SetUp() override {
         AgentTest::SetUp();
         Platform::Ports ports = Platform::ports();
+        script.version = "16.89";
+        script.account = "jane@example.com";
         ports.scriptHost = &script;
         Platform::install(ports);
         OutlookHandler::defaultAccount.reset();
@@ -51,7 +64,7 @@ protected:
         controller.viewWillAppear();
     }
 
-    ScriptRecorder script;
+    RecordingScriptHost script;
     FakeApplyView view;
 };
 
@@ -173,8 +186,8 @@ TEST_F(ApplyViewControllerTest, ConfigureWithOnlyReplyToChangeSendsOnlyTheReplyM
 
     clearLog();
     controller.applyTapped();
-    EXPECT_EQ(script.changes(), (std::vector<ScriptRecorder::Message>{
-                                    {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
+    EXPECT_EQ(changes(script), (std::vector<RecordingScriptHost::Message>{
+                                   {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
     EXPECT_EQ(logLines(), (std::vector<std::string>{
                               "Configure default signature clicked",
                               "Outlook 16.89 is installed",
@@ -197,14 +210,14 @@ TEST_F(ApplyViewControllerTest, EveryClickUsesAFreshHandlerButTheAccountIsLearne
     const auto lines = logLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Outlook 16.89 is installed"), 2);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Getting default Outlook account name"), 1);
-    EXPECT_EQ(script.changes(),
-              (std::vector<ScriptRecorder::Message>{{"applySignaturesFor:", {"jane@example.com"}},
-                                                    {"applySignaturesFor:", {"jane@example.com"}}}));
+    EXPECT_EQ(changes(script),
+              (std::vector<RecordingScriptHost::Message>{{"applySignaturesFor:", {"jane@example.com"}},
+                                                         {"applySignaturesFor:", {"jane@example.com"}}}));
     EXPECT_EQ(view.closes, 2);
 }
 
 TEST_F(ApplyViewControllerTest, UnknownDefaultAccountClosesAfterLoggingTheFailure) {
-    script.replies["getDefaultAccount"] = "";
+    script.account = "";
     ApplyViewController controller(&view);
     updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::clear));
     clearLog();
@@ -217,12 +230,12 @@ TEST_F(ApplyViewControllerTest, UnknownDefaultAccountClosesAfterLoggingTheFailur
                               "Applying default signature",
                               "Error: failed to apply signatures",
                           }));
-    EXPECT_TRUE(script.changes().empty());
+    EXPECT_TRUE(changes(script).empty());
     EXPECT_EQ(view.closes, 1);
 }
 
 TEST_F(ApplyViewControllerTest, MissingScriptClosesWithoutSuccessLine) {
-    script.hasScript = false;
+    script.scriptAvailable = false;
     OutlookHandler::defaultAccount = "jane@example.com";
     ApplyViewController controller(&view);
     updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::change));
