@@ -1,6 +1,5 @@
 #include "server/Framing.h"
 
-#include "core/TextValues.h"
 #include "server/Utf16.h"
 
 #include <cstring>
@@ -53,10 +52,34 @@ bool chunkHoldsEndMarker(std::string_view stream, std::size_t chunkStart) {
     return findEndMarker(stream, chunkStart).has_value();
 }
 
+// Replaces every occurrence, left to right, by a text no longer than it, in place.
+static void replaceInPlace(std::string& text, std::string_view from, std::string_view to) {
+    char* const data = text.data();
+    const std::size_t size = text.size();
+    std::size_t read = 0;
+    std::size_t write = 0;
+    for (;;) {
+        const void* hit = memmem(data + read, size - read, from.data(), from.size());
+        const std::size_t found = hit == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(hit) - data);
+        if (write != read) {
+            std::memmove(data + write, data + read, found - read);
+        }
+        write += found - read;
+        if (hit == nullptr) {
+            break;
+        }
+        std::memcpy(data + write, to.data(), to.size());
+        write += to.size();
+        read = found + from.size();
+    }
+    text.resize(write);
+}
+
 std::string unframe(std::string text) {
-    text = text::replaceAll(std::move(text), startMarker, "");
-    text = text::replaceAll(std::move(text), endMarker, "");
-    return text::replaceAll(std::move(text), R"(encoding="utf-16")", R"(encoding="utf-8")");
+    replaceInPlace(text, startMarker, "");
+    replaceInPlace(text, endMarker, "");
+    replaceInPlace(text, R"(encoding="utf-16")", R"(encoding="utf-8")");
+    return text;
 }
 
 } // namespace varnoth::framing

@@ -154,9 +154,9 @@ void NetworkService::sendDeploymentLog(const std::string& body) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Directory discovery. These two functions are the seam for the LDAP lookups of the server's
-// host name; until the directory client is wired in, discovery finds nothing and getSignatures
-// falls back to SignatureServerAddress. Keep them together at the end of this file.
+// Directory discovery of the server's host name: the directory's naming context, then the service
+// connection point below it. When they find nothing, getSignatures falls back to
+// SignatureServerAddress. Keep them together at the end of this file.
 // ---------------------------------------------------------------------------------------------
 
 void NetworkService::getDefaultNamingContext() {

@@ -139,36 +139,47 @@ std::optional<TCPError> TCPClient::send(std::string_view data) {
 }
 
 std::optional<std::string> TCPClient::read(std::size_t maxLength, int timeoutSeconds) {
+    std::string bytes;
+    if (readAppending(bytes, maxLength, timeoutSeconds) == 0) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+std::size_t TCPClient::readAppending(std::string& buffer, std::size_t maxLength, int timeoutSeconds) {
     const auto wait = timeoutSeconds < 0 ? idleWait : std::chrono::milliseconds(std::chrono::seconds(timeoutSeconds));
     const auto deadline = Clock::now() + wait;
     if (socket_ < 0 || peerClosed_ || maxLength == 0) {
         std::this_thread::sleep_until(deadline);
-        return std::nullopt;
+        return 0;
     }
-    std::string bytes(maxLength, '\0');
+    const std::size_t start = buffer.size();
+    if (buffer.capacity() < start + maxLength) {
+        buffer.reserve(std::max(start + maxLength, 2 * buffer.capacity()));
+    }
+    buffer.resize(start + maxLength); // within the capacity: no reallocation, only the new bytes are cleared
     for (;;) {
-        const ssize_t received = ::recv(socket_, bytes.data(), maxLength, 0);
+        const ssize_t received = ::recv(socket_, buffer.data() + start, maxLength, 0);
         if (received > 0) {
-            bytes.resize(static_cast<std::size_t>(received));
-            return bytes;
+            buffer.resize(start + static_cast<std::size_t>(received));
+            return static_cast<std::size_t>(received);
         }
-        if (received == 0) {
-            peerClosed_ = true;
-            std::this_thread::sleep_until(deadline);
-            return std::nullopt;
-        }
-        if (errno == EINTR) {
+        const int code = received == 0 ? 0 : errno;
+        if (code == EINTR) {
             continue;
         }
-        if (errno != EAGAIN && errno != EWOULDBLOCK) {
-            // A reset or other failure ends the connection's reads like a close does.
-            peerClosed_ = true;
-            std::this_thread::sleep_until(deadline);
-            return std::nullopt;
+        if (code == EAGAIN || code == EWOULDBLOCK) {
+            if (waitFor(socket_, POLLIN, deadline)) {
+                continue;
+            }
+            buffer.resize(start);
+            return 0;
         }
-        if (!waitFor(socket_, POLLIN, deadline)) {
-            return std::nullopt;
-        }
+        // The peer closed the connection, or it failed (a reset, say): later reads find nothing.
+        peerClosed_ = true;
+        buffer.resize(start);
+        std::this_thread::sleep_until(deadline);
+        return 0;
     }
 }
 

@@ -42,6 +42,9 @@ public:
     // of reads neither hangs on a silent peer nor spins on a closed one, and the processor stays idle.
     std::optional<std::string> read(std::size_t maxLength, int timeoutSeconds);
 
+    // The same read, appending the bytes to buffer instead of returning them; the count appended.
+    std::size_t readAppending(std::string& buffer, std::size_t maxLength, int timeoutSeconds);
+
     void close();
 
     std::chrono::milliseconds idleWait{100};

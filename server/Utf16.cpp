@@ -58,6 +58,13 @@ std::uint16_t unitAt(const unsigned char* data, std::size_t index) {
     return static_cast<std::uint16_t>(data[2 * index] | (data[2 * index + 1] << 8));
 }
 
+// Whether the four code units at index are all ASCII.
+bool fourAscii(const unsigned char* data, std::size_t index) {
+    std::uint64_t block;
+    std::memcpy(&block, data + 2 * index, sizeof block);
+    return (block & 0xFF80FF80FF80FF80ULL) == 0;
+}
+
 bool isHigh(std::uint16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLow(std::uint16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
@@ -101,6 +108,11 @@ std::optional<std::string> decode(std::string_view bytes) {
     // First pass: validate and measure, so the text is allocated once at its exact size.
     std::size_t length = 0;
     for (std::size_t i = 0; i < count; ++i) {
+        if (i + 4 <= count && fourAscii(data, i)) {
+            length += 4;
+            i += 3;
+            continue;
+        }
         const std::uint16_t unit = unitAt(data, i);
         if (unit < 0x80) {
             length += 1;
@@ -122,6 +134,13 @@ std::optional<std::string> decode(std::string_view bytes) {
     std::string out(length, '\0');
     char* write = out.data();
     for (std::size_t i = 0; i < count; ++i) {
+        if (i + 4 <= count && fourAscii(data, i)) {
+            for (std::size_t k = 0; k < 4; ++k) {
+                *write++ = static_cast<char>(data[2 * (i + k)]);
+            }
+            i += 3;
+            continue;
+        }
         const std::uint16_t unit = unitAt(data, i);
         if (unit < 0x80) {
             *write++ = static_cast<char>(unit);
