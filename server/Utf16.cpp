@@ -135,9 +135,15 @@ std::optional<std::string> decode(std::string_view bytes) {
     char* write = out.data();
     for (std::size_t i = 0; i < count; ++i) {
         if (i + 4 <= count && fourAscii(data, i)) {
-            for (std::size_t k = 0; k < 4; ++k) {
-                *write++ = static_cast<char>(data[2 * (i + k)]);
-            }
+            // Bytes a 0 b 0 c 0 d 0 become a b c d.
+            std::uint64_t block;
+            std::memcpy(&block, data + 2 * i, sizeof block);
+            block |= block >> 8;
+            block &= 0x0000FFFF0000FFFFULL;
+            block |= block >> 16;
+            const auto packed = static_cast<std::uint32_t>(block);
+            std::memcpy(write, &packed, sizeof packed);
+            write += 4;
             i += 3;
             continue;
         }
