@@ -39,12 +39,6 @@ pugi::xml_node lookup(const pugi::xml_document& document, std::initializer_list<
     return node;
 }
 
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c); });
-    return text;
-}
-
 SignatureAction actionFor(const std::string& id, const char* what) {
     const std::string prefix = std::string("Default ") + what + " signature id set to ";
     if (id == "-1") {
@@ -63,6 +57,12 @@ std::string parseErrorDescription(const pugi::xml_parse_result& result) {
 }
 
 } // namespace
+
+std::string asciiLowercase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c); });
+    return text;
+}
 
 std::string makeSignaturesRequest(const std::string& emailAddress) {
     return framing::frameRequest("GetSignatures", "1.1.0", "<EmailAddress>" + emailAddress + "</EmailAddress>");
@@ -104,7 +104,7 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     const auto source = textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSource"}));
     const auto sourceName = textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSourceName"}));
     if (source && sourceName) {
-        Logger::log("Using the deployment configuration specified for the " + lowercased(*source) + " '" + *sourceName + "'.");
+        Logger::log("Using the deployment configuration specified for the " + asciiLowercase(*source) + " '" + *sourceName + "'.");
     } else {
         Logger::log("Warning: no <DeploymentDataSource> or <DeploymentDataSourceName> found in response");
     }
@@ -139,7 +139,7 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     }
 
     const auto globalText = textOf(lookup(document, {"Response", "ApplicationSettings", "RemoveOtherSignatures"}));
-    const bool global = globalText && lowercased(*globalText) == "true";
+    const bool global = globalText && asciiLowercase(*globalText) == "true";
     Logger::log(std::string("Remove other signatures set to ") + (global ? "true" : "false") + " in global deployment options");
 
     const std::string account = textOf(lookup(document, {"Response", "DeploymentData", "RemoveOtherSignatures"})).value_or("");

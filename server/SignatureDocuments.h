@@ -29,6 +29,9 @@ struct DeploymentFields {
 // element is all of its direct character data and CDATA sections, entities decoded.
 std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text, DeploymentFields& fields);
 
+// The text with A-Z in lower case; other bytes unchanged.
+std::string asciiLowercase(std::string text);
+
 // "&" to "&amp;", then ">" to "&gt;", then "<" to "&lt;"; nothing else is touched.
 std::string escapeDeploymentLog(std::string_view log);
 

@@ -26,7 +26,6 @@ public:
 
     const std::string& address() const { return address_; }
     std::int32_t port() const { return port_; }
-    bool isConnected() const { return socket_ >= 0; }
 
     // Connects, closing an earlier connection first. The time-out bounds the whole attempt over every
     // address the name resolves to (name resolution itself is the resolver's). Nothing on success.

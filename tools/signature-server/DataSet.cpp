@@ -1,6 +1,7 @@
 #include "tools/signature-server/DataSet.h"
 
 #include "core/TextValues.h"
+#include "server/SignatureDocuments.h"
 
 #include <algorithm>
 #include <fstream>
@@ -9,8 +10,6 @@
 #include <stdexcept>
 
 namespace varnoth::signatureserver {
-
-namespace {
 
 std::string readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -21,6 +20,8 @@ std::string readFile(const std::filesystem::path& path) {
     content << in.rdbuf();
     return content.str();
 }
+
+namespace {
 
 class StringWriter final : public pugi::xml_writer {
 public:
@@ -33,12 +34,6 @@ void addText(pugi::xml_node parent, const char* name, const std::string& value) 
 }
 
 } // namespace
-
-std::string asciiLowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c); });
-    return text;
-}
 
 DataSet DataSet::load(const std::filesystem::path& folder) {
     DataSet data;

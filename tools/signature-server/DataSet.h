@@ -41,6 +41,7 @@ public:
     std::string answerFor(const std::string& mailbox) const;
 };
 
-std::string asciiLowercase(std::string text);
+// The whole content of a file; throws std::runtime_error when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
 
 } // namespace varnoth::signatureserver

@@ -7,9 +7,7 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <fstream>
 #include <pugixml.hpp>
-#include <sstream>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -18,13 +16,7 @@ namespace varnoth::signatureserver {
 SignatureServer::SignatureServer(ServerOptions options)
     : options_(std::move(options)), data_(DataSet::load(options_.dataFolder)) {
     if (options_.answerFile) {
-        std::ifstream in(*options_.answerFile, std::ios::binary);
-        if (!in) {
-            throw std::runtime_error("cannot read " + options_.answerFile->string());
-        }
-        std::ostringstream content;
-        content << in.rdbuf();
-        answerFileText_ = content.str();
+        answerFileText_ = readFile(*options_.answerFile);
     }
     for (const auto& folder : {options_.logFolder, options_.recordFolder}) {
         if (folder) {
@@ -99,11 +91,10 @@ SignatureServer::Reply SignatureServer::handle(std::string_view requestBytes) {
     if (type != "GetSignatures") {
         return {};
     }
-    std::string answer = answerFileText_ ? *answerFileText_ : data_.answerFor(request.child("EmailAddress").text().get());
     if (answerFileText_) {
-        return shape(utf16::encode(answer));
+        return shape(utf16::encode(*answerFileText_));
     }
-    std::string bytes = utf16::encode(answer);
+    std::string bytes = utf16::encode(data_.answerFor(request.child("EmailAddress").text().get()));
     if (options_.faults.invalidUtf16) {
         const std::size_t middle = (bytes.size() / 2) & ~std::size_t(1);
         bytes.insert(middle, std::string("\x00\xD8", 2)); // a high surrogate followed by no low one
