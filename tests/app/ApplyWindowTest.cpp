@@ -1,5 +1,4 @@
 #include "app/ApplyWindow.h"
-#include "core/Config.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/app/QtWindowTest.h"
@@ -86,14 +85,6 @@ TEST_F(ApplyWindowTest, NotChangedAnswerShowsNoConfigureButton) {
     EXPECT_EQ(messageView()->text(), QString::fromUtf8(ApplyViewController::notChangedMessage));
     EXPECT_FALSE(configureButton()->isVisible());
     EXPECT_TRUE(closeButton()->isVisible());
-}
-
-TEST_F(ApplyWindowTest, ManualMessageWithoutButtonWhenConfigurationForbidsIt) {
-    writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", "AllowConfigureDefaultSignatures=0\n");
-    Config::setShared(nullptr);
-    updateAndShow(SignatureAction::change, SignatureAction::change);
-    EXPECT_EQ(messageView()->text(), QString::fromUtf8(ApplyViewController::manualMessage));
-    EXPECT_FALSE(configureButton()->isVisible());
 }
 
 TEST_F(ApplyWindowTest, CloseLeavesOutlookAloneAndReopenedWindowFollowsTheNextUpdate) {

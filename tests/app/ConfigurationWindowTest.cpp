@@ -24,14 +24,6 @@ protected:
     ConfigurationWindow window;
 };
 
-TEST_F(ConfigurationWindowTest, FormHasTheControlsTheControllerDrives) {
-    ASSERT_NE(checkbox(), nullptr);
-    ASSERT_NE(emailInput(), nullptr);
-    ASSERT_NE(okButton(), nullptr);
-    ASSERT_NE(cancelButton(), nullptr);
-    EXPECT_EQ(window.controller().view(), &window);
-}
-
 TEST_F(ConfigurationWindowTest, UserChecksBoxTypesAddressAndPressesOk) {
     open();
     EXPECT_FALSE(checkbox()->isChecked());

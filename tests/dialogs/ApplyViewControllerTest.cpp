@@ -152,15 +152,6 @@ TEST_F(ApplyViewControllerTest, ReusedDialogFollowsTheLastUpdate) {
     EXPECT_EQ(view.configureButtonHidden, false);
 }
 
-TEST_F(ApplyViewControllerTest, ButtonStateIsAppliedOnlyWhenWindowAppears) {
-    ApplyViewController controller(&view);
-    controller.signature = answer(SignatureAction::dontchange, SignatureAction::dontchange);
-    controller.updateMessage();
-    EXPECT_FALSE(view.configureButtonHidden.has_value());
-    controller.viewWillAppear();
-    EXPECT_EQ(view.configureButtonHidden, true);
-}
-
 TEST_F(ApplyViewControllerTest, WithoutAnswerNothingIsOfferedAndConfigureOnlyLogsAndCloses) {
     ApplyViewController controller(&view);
     updateAndAppear(controller, std::nullopt);
