@@ -148,6 +148,21 @@ void ParseSignaturesWithoutLogFile(benchmark::State& state) {
 }
 BENCHMARK(ParseSignaturesWithoutLogFile)->Unit(benchmark::kMillisecond);
 
+// The processor work of readResponse without the socket: end test over the chunks, decoding of the
+// whole answer, removing the markers.
+void DecodeAndUnframe(benchmark::State& state) {
+    const std::string wire = varnoth::framing::frameText(answer());
+    for (auto _ : state) {
+        for (std::size_t chunk = 0; chunk < wire.size(); chunk += varnoth::NetworkService::readLength) {
+            benchmark::DoNotOptimize(varnoth::framing::chunkHoldsEndMarker(
+                std::string_view(wire).substr(0, std::min(wire.size(), chunk + varnoth::NetworkService::readLength)), chunk));
+        }
+        auto text = varnoth::utf16::decode(wire);
+        benchmark::DoNotOptimize(varnoth::framing::unframe(std::move(*text)));
+    }
+}
+BENCHMARK(DecodeAndUnframe)->Unit(benchmark::kMillisecond);
+
 // varnoth-signature-server answering every query with the answer above.
 class LoopbackServer {
 public:
@@ -191,6 +206,7 @@ void ReceivePipeline(benchmark::State& state) {
     const std::string request = varnoth::makeSignaturesRequest("bench@example.com");
     std::size_t peak = 0;
     double wall = 0;
+    double readSeconds = 0;
     int runs = 0;
     for (auto _ : state) {
         varnoth::NetworkService service;
@@ -205,6 +221,7 @@ void ReceivePipeline(benchmark::State& state) {
         const auto started = std::chrono::steady_clock::now();
         const double processorStart = threadSeconds();
         std::optional<std::string> text = service.readResponse();
+        readSeconds += threadSeconds() - processorStart;
         std::optional<varnoth::SignatureDescriptor> descriptor;
         if (text) {
             descriptor = service.parseSignatures(*text);
@@ -223,6 +240,7 @@ void ReceivePipeline(benchmark::State& state) {
     }
     report(state, peak);
     state.counters["wall_ms"] = runs > 0 ? 1000 * wall / runs : 0;
+    state.counters["read_ms"] = runs > 0 ? 1000 * readSeconds / runs : 0; // read, decode and unframe
 }
 BENCHMARK(ReceivePipeline)->UseManualTime()->Unit(benchmark::kMillisecond);
 
