@@ -1,6 +1,8 @@
 #include "app/AgentApplication.h"
 
 #include "BuildInfo.h"
+#include "app/ApplyWindow.h"
+#include "app/ConfigurationWindow.h"
 #include "app/QSettingsUserDefaults.h"
 #include "app/QtDesktop.h"
 #include "app/QtMainQueue.h"
@@ -147,7 +149,16 @@ int AgentApplication::main(int argc, char** argv) {
     ports.loginItem = &loginItem;
     Platform::install(ports);
 
-    AppDelegate delegate;
+    // The dialogs are made once and reused; a single headless run has none.
+    std::unique_ptr<ApplyWindow> applyWindow;
+    std::unique_ptr<ConfigurationWindow> configWindow;
+    AppDelegate::Windows windows;
+    if (!once) {
+        applyWindow = std::make_unique<ApplyWindow>();
+        configWindow = std::make_unique<ConfigurationWindow>();
+        windows = {applyWindow.get(), configWindow.get(), &applyWindow->controller()};
+    }
+    AppDelegate delegate(windows);
     if (once) {
         // The deployment log's send is queued when the run ends; quitting behind it lets it go out.
         delegate.setUpdateFinishedHandler([&mainQueue](bool succeeded) {
