@@ -21,13 +21,18 @@ void QtDesktop::showModal(const std::string& title, const std::string& message, 
         std::cerr << title << ": " << message << std::endl;
         return;
     }
-    QMessageBox box;
-    box.setIcon(QMessageBox::Warning);
-    box.setWindowTitle(QString::fromStdString(title));
-    box.setText(QString::fromStdString(title));
-    box.setInformativeText(QString::fromStdString(message));
-    box.addButton(QString::fromStdString(button), QMessageBox::AcceptRole);
-    box.exec();
+    makeAlert(title, message, button)->exec();
+}
+
+std::unique_ptr<QMessageBox> QtDesktop::makeAlert(const std::string& title, const std::string& message,
+                                                  const std::string& button) {
+    auto box = std::make_unique<QMessageBox>();
+    box->setIcon(QMessageBox::Warning);
+    box->setWindowTitle(QString::fromStdString(title));
+    box->setText(QString::fromStdString(title));
+    box->setInformativeText(QString::fromStdString(message));
+    box->addButton(QString::fromStdString(button), QMessageBox::AcceptRole);
+    return box;
 }
 
 bool QtDesktop::openFile(const std::filesystem::path& path) {

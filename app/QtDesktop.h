@@ -5,6 +5,9 @@
 #include "platform/Application.h"
 #include "platform/Workspace.h"
 
+#include <QMessageBox>
+#include <memory>
+
 namespace varnoth {
 
 // The desktop services of a Qt session: alerts, the workspace, the application, and the
@@ -15,6 +18,9 @@ public:
     explicit QtDesktop(bool headless) : headless_(headless) {}
 
     void showModal(const std::string& title, const std::string& message, const std::string& button) override;
+    // The failure alert's window, as showModal shows it.
+    static std::unique_ptr<QMessageBox> makeAlert(const std::string& title, const std::string& message,
+                                                  const std::string& button);
     bool openFile(const std::filesystem::path& path) override;
     void activate() override;
     void showAbout() override;
