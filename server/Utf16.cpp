@@ -1,5 +1,6 @@
 #include "server/Utf16.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -105,34 +106,10 @@ std::optional<std::string> decode(std::string_view bytes) {
         --count;
     }
 
-    // First pass: validate and measure, so the text is allocated once at its exact size.
-    std::size_t length = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (i + 4 <= count && fourAscii(data, i)) {
-            length += 4;
-            i += 3;
-            continue;
-        }
-        const std::uint16_t unit = unitAt(data, i);
-        if (unit < 0x80) {
-            length += 1;
-        } else if (unit < 0x800) {
-            length += 2;
-        } else if (isHigh(unit)) {
-            if (i + 1 >= count || !isLow(unitAt(data, i + 1))) {
-                return std::nullopt;
-            }
-            length += 4;
-            ++i;
-        } else if (isLow(unit)) {
-            return std::nullopt;
-        } else {
-            length += 3;
-        }
-    }
-
-    std::string out(length, '\0');
-    char* write = out.data();
+    // One pass. Every code unit gives at least one byte, so the text starts with room for an ASCII
+    // answer plus some slack and grows only when other characters use the slack up.
+    std::string out(count + count / 8 + 8, '\0');
+    std::size_t write = 0;
     for (std::size_t i = 0; i < count; ++i) {
         if (i + 4 <= count && fourAscii(data, i)) {
             // Bytes a 0 b 0 c 0 d 0 become a b c d.
@@ -142,29 +119,45 @@ std::optional<std::string> decode(std::string_view bytes) {
             block &= 0x0000FFFF0000FFFFULL;
             block |= block >> 16;
             const auto packed = static_cast<std::uint32_t>(block);
-            std::memcpy(write, &packed, sizeof packed);
+            std::memcpy(out.data() + write, &packed, sizeof packed);
             write += 4;
             i += 3;
             continue;
         }
         const std::uint16_t unit = unitAt(data, i);
         if (unit < 0x80) {
-            *write++ = static_cast<char>(unit);
-        } else if (unit < 0x800) {
-            *write++ = static_cast<char>(0xC0 | (unit >> 6));
-            *write++ = static_cast<char>(0x80 | (unit & 0x3F));
+            out[write++] = static_cast<char>(unit);
+            continue;
+        }
+        // Room for this character (at most two bytes more than its units) and one byte per unit after it.
+        if (const std::size_t need = write + (count - i) + 2; need > out.size()) {
+            out.resize(std::max(need, out.size() + out.size() / 2));
+        }
+        char* at = out.data() + write;
+        if (unit < 0x800) {
+            at[0] = static_cast<char>(0xC0 | (unit >> 6));
+            at[1] = static_cast<char>(0x80 | (unit & 0x3F));
+            write += 2;
         } else if (isHigh(unit)) {
+            if (i + 1 >= count || !isLow(unitAt(data, i + 1))) {
+                return std::nullopt;
+            }
             const char32_t point = 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (unitAt(data, ++i) - 0xDC00);
-            *write++ = static_cast<char>(0xF0 | (point >> 18));
-            *write++ = static_cast<char>(0x80 | ((point >> 12) & 0x3F));
-            *write++ = static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-            *write++ = static_cast<char>(0x80 | (point & 0x3F));
+            at[0] = static_cast<char>(0xF0 | (point >> 18));
+            at[1] = static_cast<char>(0x80 | ((point >> 12) & 0x3F));
+            at[2] = static_cast<char>(0x80 | ((point >> 6) & 0x3F));
+            at[3] = static_cast<char>(0x80 | (point & 0x3F));
+            write += 4;
+        } else if (isLow(unit)) {
+            return std::nullopt;
         } else {
-            *write++ = static_cast<char>(0xE0 | (unit >> 12));
-            *write++ = static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
-            *write++ = static_cast<char>(0x80 | (unit & 0x3F));
+            at[0] = static_cast<char>(0xE0 | (unit >> 12));
+            at[1] = static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
+            at[2] = static_cast<char>(0x80 | (unit & 0x3F));
+            write += 3;
         }
     }
+    out.resize(write);
     return out;
 }
 
