@@ -33,6 +33,21 @@ TEST(Utf16Test, RoundTripsEveryPlane) {
     EXPECT_EQ(utf16::decode(utf16::encode(text)), text);
 }
 
+TEST(Utf16Test, RoundTripsLongTextsThatAreNotAsciiAtAll) {
+    std::string cjk;
+    std::string emoji;
+    std::string mixed;
+    for (int i = 0; i < 10000; ++i) {
+        cjk += "東";
+        emoji += "😀";
+        mixed += i % 3 == 0 ? "ü" : "abcdefgh";
+    }
+    EXPECT_EQ(utf16::decode(utf16::encode(cjk)), cjk);
+    EXPECT_EQ(utf16::decode(utf16::encode(emoji)), emoji);
+    EXPECT_EQ(utf16::decode(utf16::encode(mixed)), mixed);
+    EXPECT_EQ(utf16::decode(utf16::encode(cjk) + std::string("\x00\xDC", 2)), std::nullopt);
+}
+
 TEST(Utf16Test, DecodingDropsOneLeadingByteOrderMarkOnly) {
     EXPECT_EQ(utf16::decode(bytes({0xFF, 0xFE, 0x41, 0x00})), "A");
     EXPECT_EQ(utf16::decode(bytes({0xFF, 0xFE, 0xFF, 0xFE})), "\xEF\xBB\xBF");
