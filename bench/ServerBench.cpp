@@ -86,13 +86,12 @@ const std::string& answer() {
     return text;
 }
 
+// Starts an empty scratch log. The path is set anew every time, because a benchmark may have pointed
+// the log at /dev/null, which must never be removed.
 void logToScratchFile() {
-    static const bool once = [] {
-        varnoth::Logger::setLogFilePath(std::filesystem::temp_directory_path() / "varnoth-bench.log");
-        return true;
-    }();
-    (void)once;
-    std::filesystem::remove(varnoth::Logger::logFilePath());
+    const auto path = std::filesystem::temp_directory_path() / "varnoth-bench.log";
+    varnoth::Logger::setLogFilePath(path);
+    std::filesystem::remove(path);
 }
 
 void report(benchmark::State& state, std::size_t peak) {
