@@ -224,51 +224,64 @@ void AppDelegate::handleSignatures(const std::optional<SignatureDescriptor>& out
     finishUpdate(allSucceeded);
 }
 
+namespace {
+
+// What differs between the default signature for new messages and the one for replies and forwards.
+struct DefaultSignatureSteps {
+    const char* changeLine;
+    const char* clearLine;
+    const char* keepLine;
+    bool (OutlookHandler::*needsUpdate)(const std::string&);
+    bool (OutlookHandler::*create)(const std::string&);
+    void (OutlookHandler::*remove)();
+};
+
+const DefaultSignatureSteps newDefaultSteps{
+    "Default new email signature will be updated if needed", "Default new email signature: <None>",
+    "Default new email signature: <Do Not Change>", &OutlookHandler::defaultNewSignatureNeedsUpdate,
+    &OutlookHandler::createDefaultNewSignature, &OutlookHandler::deleteDefaultNewSignature};
+
+const DefaultSignatureSteps replyDefaultSteps{
+    "Default reply forward email signature will be updated if needed",
+    "Default reply forward email signature: <None>", "Default reply forward email signature: <Do Not Change>",
+    &OutlookHandler::defaultReplySignatureNeedsUpdate, &OutlookHandler::createDefaultReplySignature,
+    &OutlookHandler::deleteDefaultReplySignature};
+
+void applyDefaultSignature(SignatureAction action, const std::optional<std::string>& content,
+                           const DefaultSignatureSteps& steps, OutlookHandler& outlook, bool& defaultChanged,
+                           bool& allSucceeded) {
+    switch (action) {
+    case SignatureAction::change:
+        Logger::log(steps.changeLine);
+        if (content && !content->empty() && (outlook.*steps.needsUpdate)(*content)) {
+            allSucceeded = (outlook.*steps.create)(*content) && allSucceeded;
+            defaultChanged = true;
+        }
+        break;
+    case SignatureAction::clear:
+        Logger::log(steps.clearLine);
+        (outlook.*steps.remove)();
+        break;
+    case SignatureAction::dontchange:
+        Logger::log(steps.keepLine);
+        break;
+    case SignatureAction::undefined:
+        break;
+    }
+}
+
+} // namespace
+
 void AppDelegate::applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook,
                                   bool& defaultChanged, bool& allSucceeded) {
     if (descriptor.removeOtherSignatures) {
         outlook.deleteSignatures();
     }
 
-    switch (descriptor.defaultSignatureAction) {
-    case SignatureAction::change:
-        Logger::log("Default new email signature will be updated if needed");
-        if (descriptor.defaultSignature && !descriptor.defaultSignature->empty() &&
-            outlook.defaultNewSignatureNeedsUpdate(*descriptor.defaultSignature)) {
-            allSucceeded = outlook.createDefaultNewSignature(*descriptor.defaultSignature);
-            defaultChanged = true;
-        }
-        break;
-    case SignatureAction::clear:
-        Logger::log("Default new email signature: <None>");
-        outlook.deleteDefaultNewSignature();
-        break;
-    case SignatureAction::dontchange:
-        Logger::log("Default new email signature: <Do Not Change>");
-        break;
-    case SignatureAction::undefined:
-        break;
-    }
-
-    switch (descriptor.replySignatureAction) {
-    case SignatureAction::change:
-        Logger::log("Default reply forward email signature will be updated if needed");
-        if (descriptor.replySignature && !descriptor.replySignature->empty() &&
-            outlook.defaultReplySignatureNeedsUpdate(*descriptor.replySignature)) {
-            allSucceeded = outlook.createDefaultReplySignature(*descriptor.replySignature) && allSucceeded;
-            defaultChanged = true;
-        }
-        break;
-    case SignatureAction::clear:
-        Logger::log("Default reply forward email signature: <None>");
-        outlook.deleteDefaultReplySignature();
-        break;
-    case SignatureAction::dontchange:
-        Logger::log("Default reply forward email signature: <Do Not Change>");
-        break;
-    case SignatureAction::undefined:
-        break;
-    }
+    applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps, outlook,
+                          defaultChanged, allSucceeded);
+    applyDefaultSignature(descriptor.replySignatureAction, descriptor.replySignature, replyDefaultSteps, outlook,
+                          defaultChanged, allSucceeded);
 
     // Signatures the last run installed and the server no longer lists are removed; a list holding
     // anything but names is not trusted as a whole.
