@@ -8,6 +8,7 @@
 #include "app/QtMainQueue.h"
 #include "app/QtStatusItem.h"
 #include "core/AppDelegate.h"
+#include "core/ConfigReport.h"
 #include "platform/Platform.h"
 #include "platform/PosixHostInfo.h"
 #include "platform/PosixProcessLauncher.h"
@@ -52,6 +53,33 @@ void quitOnSignals() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// The running executable itself: argv[0] holds only a name when the agent was started through PATH,
+// and its resources are found relative to the real file.
+std::string executablePath(const char* argument) {
+#ifdef __linux__
+    std::error_code error;
+    auto path = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error && !path.empty()) {
+        return path.string();
+    }
+#endif
+    return argument;
+}
+
+// --print-config: the configuration as this user's agent would read it, without a display and without
+// writing the log file. Exit status 1 when no file was found or read, so deployment checks can test it.
+int printConfiguration(const BundleInfo& bundle) {
+    QSettingsUserDefaults defaults(bundle.identifier);
+    Platform::Ports ports;
+    ports.userDefaults = &defaults;
+    ports.bundle = bundle;
+    Platform::install(ports);
+    const ConfigReport report(Config::platformLocations());
+    std::cout << report.text() << std::flush;
+    Platform::install({});
+    return report.fileRead() ? 0 : 1;
+}
+
 } // namespace
 
 std::string AgentApplication::usage() {
@@ -60,6 +88,9 @@ std::string AgentApplication::usage() {
            "Without an option it runs as a menu-bar (tray) agent.\n\n"
            "Options:\n"
            "  --once        run one update as the timer does, then exit (0 when it succeeded)\n"
+           "  --print-config\n"
+           "                show which configuration file is used and the effective settings, then\n"
+           "                exit (1 when no configuration file was found or read)\n"
            "  --help        show this help\n"
            "  --version     show the version\n";
 }
@@ -101,6 +132,9 @@ int AgentApplication::main(int argc, char** argv) {
             std::cout << build::displayName << " " << build::shortVersion << "." << build::bundleVersion << "\n";
             return 0;
         }
+        if (argument == "--print-config") {
+            return printConfiguration(bundleInfo(executablePath(argv[0])));
+        }
         if (argument == "--once") {
             once = true;
         } else {
@@ -117,7 +151,7 @@ int AgentApplication::main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
     quitOnSignals();
 
-    const BundleInfo bundle = bundleInfo(argv[0]);
+    const BundleInfo bundle = bundleInfo(executablePath(argv[0]));
     QtMainQueue mainQueue;
     SystemClock clock;
     QSettingsUserDefaults defaults(bundle.identifier);
@@ -166,7 +200,8 @@ int AgentApplication::main(int argc, char** argv) {
         });
         mainQueue.post([&delegate] { delegate.runOnce(); });
     } else {
-        QObject::connect(&qt, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
+        QObject::connect(&qt, &QCoreApplication::aboutToQuit,
+                         [&delegate] { delegate.applicationWillTerminate(); });
         mainQueue.post([&delegate] { delegate.applicationDidFinishLaunching(); });
     }
     const int status = QApplication::exec();

@@ -1,0 +1,82 @@
+# How the agent reaches its users, included where the varnoth-agent target is made.
+#
+# Linux: an installed tree as a package would lay it out: bin/varnoth-agent, its resources in
+# share/varnoth-agent/resources (the agent looks there relative to its own executable, as an
+# application bundle keeps them in Contents/Resources), a desktop entry, an icon in the hicolor theme
+# and the manual page.
+#
+# macOS: an application bundle "Varnoth Brelvane Agent.app" with the information dictionary of
+# packaging/Info.plist.in, the resources in Contents/Resources and, when a signing identity is given,
+# a signature carrying packaging/varnoth-agent.entitlements.
+
+set(varnoth_packaging ${PROJECT_SOURCE_DIR}/packaging)
+set(varnoth_resources
+  ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
+  ${PROJECT_SOURCE_DIR}/resources/menu_icon.png
+  ${PROJECT_SOURCE_DIR}/resources/menu_icon@2x.png
+  ${PROJECT_SOURCE_DIR}/resources/menu_icon_progress.png
+  ${PROJECT_SOURCE_DIR}/resources/menu_icon_progress@2x.png
+)
+
+if(APPLE)
+  set(VARNOTH_CODESIGN_IDENTITY "" CACHE STRING "Code-signing identity for the application bundle (empty: not signed)")
+
+  # The executable carries the bundle name, as Finder and the login item show it.
+  set_target_properties(varnoth-agent PROPERTIES
+    MACOSX_BUNDLE TRUE
+    OUTPUT_NAME "${VARNOTH_BUNDLE_NAME}"
+    MACOSX_BUNDLE_INFO_PLIST ${varnoth_packaging}/Info.plist.in
+    XCODE_ATTRIBUTE_PRODUCT_BUNDLE_IDENTIFIER "${VARNOTH_BUNDLE_IDENTIFIER}"
+    XCODE_ATTRIBUTE_CODE_SIGN_ENTITLEMENTS ${varnoth_packaging}/varnoth-agent.entitlements
+    XCODE_ATTRIBUTE_ENABLE_HARDENED_RUNTIME YES
+  )
+
+  # AppleScriptObjC loads compiled scripts from Contents/Resources; the source travels along.
+  set(bundle_resources ${varnoth_resources})
+  find_program(VARNOTH_OSACOMPILE osacompile)
+  if(VARNOTH_OSACOMPILE)
+    set(compiled_script ${CMAKE_CURRENT_BINARY_DIR}/OutlookScriptObj.scpt)
+    add_custom_command(OUTPUT ${compiled_script}
+      COMMAND ${VARNOTH_OSACOMPILE} -l AppleScript -o ${compiled_script}
+              ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
+      DEPENDS ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
+      COMMENT "Compiling the Outlook script")
+    list(APPEND bundle_resources ${compiled_script})
+  endif()
+  target_sources(varnoth-agent PRIVATE ${bundle_resources})
+  set_source_files_properties(${bundle_resources} PROPERTIES MACOSX_PACKAGE_LOCATION Resources)
+
+  if(VARNOTH_CODESIGN_IDENTITY)
+    add_custom_command(TARGET varnoth-agent POST_BUILD
+      COMMAND codesign --force --options runtime --timestamp
+              --entitlements ${varnoth_packaging}/varnoth-agent.entitlements
+              --sign "${VARNOTH_CODESIGN_IDENTITY}" "$<TARGET_BUNDLE_DIR:varnoth-agent>"
+      COMMENT "Signing the application bundle")
+  endif()
+else()
+  set(resources_destination ${CMAKE_INSTALL_DATADIR}/varnoth-agent/resources)
+  install(PROGRAMS ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj DESTINATION ${resources_destination})
+  install(FILES ${varnoth_resources} DESTINATION ${resources_destination})
+
+  # The desktop entry names the installed executable by its absolute path, which is known only at
+  # install time (cmake --install --prefix may differ from the configured prefix).
+  set(VARNOTH_AGENT_EXEC "@VARNOTH_AGENT_EXEC@")
+  set(desktop_template ${CMAKE_CURRENT_BINARY_DIR}/desktop-entry.in)
+  set(desktop_entry ${CMAKE_CURRENT_BINARY_DIR}/${VARNOTH_BUNDLE_IDENTIFIER}.desktop)
+  configure_file(${varnoth_packaging}/varnoth-agent.desktop.in ${desktop_template} @ONLY)
+  install(CODE "set(VARNOTH_DESKTOP_TEMPLATE \"${desktop_template}\")
+set(VARNOTH_DESKTOP_ENTRY \"${desktop_entry}\")
+set(VARNOTH_INSTALL_BINDIR \"${CMAKE_INSTALL_BINDIR}\")")
+  install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/DesktopEntry.cmake)
+  install(FILES ${desktop_entry} DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+  install(FILES ${varnoth_packaging}/varnoth-agent.svg
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps
+    RENAME ${VARNOTH_BUNDLE_IDENTIFIER}.svg)
+  install(FILES ${varnoth_packaging}/varnoth-agent.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
+
+# The guides, for administrators preparing a deployment and for users.
+install(FILES ${PROJECT_SOURCE_DIR}/docs/admin-guide.md ${PROJECT_SOURCE_DIR}/docs/user-guide.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/varnoth-agent)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/screenshots
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/varnoth-agent FILES_MATCHING PATTERN "*.png")

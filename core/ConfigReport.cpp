@@ -1,0 +1,110 @@
+#include "core/ConfigReport.h"
+
+#include "core/Logger.h"
+
+#include <cctype>
+
+namespace varnoth {
+
+namespace {
+
+// "yyyy-MM-dd HH:mm:ss" and the two blanks that follow it in every log line.
+constexpr std::size_t timestampLength = 21;
+
+bool startsWithTimestamp(std::string_view line) {
+    static constexpr std::string_view shape = "dddd-dd-dd dd:dd:dd  ";
+    if (line.size() < shape.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < shape.size(); ++i) {
+        const bool digit = std::isdigit(static_cast<unsigned char>(line[i])) != 0;
+        if (shape[i] == 'd' ? !digit : line[i] != shape[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Splits captured log text into its messages; a line without a timestamp continues the message before.
+std::vector<std::string> messages(const std::string& captured) {
+    std::vector<std::string> result;
+    std::size_t start = 0;
+    while (start < captured.size()) {
+        std::size_t end = captured.find('\n', start);
+        if (end == std::string::npos) {
+            end = captured.size();
+        }
+        const std::string_view line(captured.data() + start, end - start);
+        if (startsWithTimestamp(line)) {
+            result.emplace_back(line.substr(timestampLength));
+        } else if (!result.empty()) {
+            result.back() += '\n';
+            result.back() += line;
+        }
+        start = end + 1;
+    }
+    return result;
+}
+
+} // namespace
+
+ConfigReport::ConfigReport(const Config::Locations& locations) {
+    // The search lines are caught through the log's capture while the lines themselves go nowhere, so
+    // an administrator's check adds nothing to the user's log.
+    const std::filesystem::path logFile = Logger::logFilePath();
+    const bool wasCapturing = Logger::captureEnabled;
+    std::string captured;
+    std::swap(captured, Logger::capturedLog);
+    Logger::setLogFilePath("/dev/null");
+    Logger::captureEnabled = true;
+
+    config_ = std::make_unique<Config>(locations);
+
+    searchLines_ = messages(Logger::capturedLog);
+    Logger::capturedLog = std::move(captured);
+    Logger::captureEnabled = wasCapturing;
+    Logger::setLogFilePath(logFile);
+}
+
+bool ConfigReport::fileRead() const {
+    if (!config_->usedFile()) {
+        return false;
+    }
+    for (const auto& line : searchLines_) {
+        if (line.starts_with("Error")) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string ConfigReport::text() const {
+    std::string report;
+    for (const auto& line : searchLines_) {
+        report += line + "\n";
+    }
+    report += "\nConfiguration file: ";
+    if (!config_->usedFile()) {
+        report += "none found, every setting has its default";
+    } else {
+        report += config_->usedFile()->string();
+        report += config_->plistMode ? " (property list)" : " (text)";
+        if (!fileRead()) {
+            report += ", not readable: every setting has its default";
+        }
+    }
+    report += "\n\nEffective settings, as the log's settings entry shows them:";
+    report += config_->settingsText();
+    // Discovery settings are not part of the log's entry; the password is only said to be there.
+    report += "\n\nDirectory discovery:";
+    report += std::string("\nSignatureServerAutodetect: ") +
+              (config_->SignatureServerAutodetect() ? "true" : "false");
+    report += "\nLDAPServer: " + config_->LDAPServer();
+    report += "\nLDAPUser: " + config_->LDAPUser();
+    report +=
+        std::string("\nLDAPPassword: ") + (config_->LDAPPassword().empty() ? "(empty)" : "(set, not shown)");
+    report += "\n\nLog file: " + Logger::logFilePath().string() + "\n";
+    return report;
+}
+
+} // namespace varnoth

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "core/Config.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varnoth {
+
+// What an administrator checks in a deployment (varnoth-agent --print-config): the configuration file
+// search as the log would show it, the file that was read, and the effective settings in the form of
+// the log's settings entry. Reading the configuration for the report leaves the log file alone.
+class ConfigReport {
+public:
+    explicit ConfigReport(const Config::Locations& locations);
+
+    // The messages the configuration search wrote, without timestamps, in order.
+    const std::vector<std::string>& searchLines() const { return searchLines_; }
+    const Config& config() const { return *config_; }
+    // False when no file was found or the file could not be read: every setting is then a default.
+    bool fileRead() const;
+    std::string text() const;
+
+private:
+    std::vector<std::string> searchLines_;
+    std::unique_ptr<Config> config_;
+};
+
+} // namespace varnoth
