@@ -1,9 +1,12 @@
-// Shows both dialog windows in the states a user meets and saves each as a PNG image, for the
-// documentation. Usage: dialog_screenshots <output folder>; run it under a display (xvfb-run) to get
+// Shows both dialog windows in the states a user meets, the open tray menu and the failure alert, and
+// saves each as a PNG image, for the documentation. Usage: screenshots <output folder>; run it under a display (xvfb-run) to get
 // the real platform's rendering. Nothing outside a temporary folder is read or written but the images.
 
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
+#include "app/QtDesktop.h"
+#include "app/QtStatusItem.h"
+#include "core/AppDelegate.h"
 #include "core/Config.h"
 #include "core/Logger.h"
 #include "platform/Platform.h"
@@ -12,6 +15,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QLineEdit>
+#include <QMenu>
 #include <QTest>
 #include <filesystem>
 #include <iostream>
@@ -20,11 +24,11 @@ namespace {
 
 using namespace varnoth;
 
-bool save(QDialog& dialog, const std::filesystem::path& path) {
+bool save(QWidget& dialog, const std::filesystem::path& path) {
     QApplication::processEvents();
     QTest::qWait(100);
     if (!dialog.grab().save(QString::fromStdString(path.string()), "PNG")) {
-        std::cerr << "dialog_screenshots: cannot write " << path << "\n";
+        std::cerr << "screenshots: cannot write " << path << "\n";
         return false;
     }
     std::cout << path.string() << "\n";
@@ -43,7 +47,7 @@ void answer(ApplyWindow& window, SignatureAction newAction, SignatureAction repl
 
 int main(int argc, char** argv) {
     if (argc != 2) {
-        std::cerr << "Usage: dialog_screenshots <output folder>\n";
+        std::cerr << "Usage: screenshots <output folder>\n";
         return 2;
     }
     const std::filesystem::path output = argv[1];
@@ -58,8 +62,12 @@ int main(int argc, char** argv) {
 
     QApplication application(argc, argv);
     test::MemoryUserDefaults defaults;
+    QtStatusItem tray(VARNOTH_TEST_RESOURCES);
+    QtDesktop desktop(false);
     Platform::Ports ports;
     ports.userDefaults = &defaults;
+    ports.statusItem = &tray;
+    ports.application = &desktop;
     ports.bundle.name = Config::baseName;
     Platform::install(ports);
     // No configuration file: every setting at its default.
@@ -93,6 +101,17 @@ int main(int argc, char** argv) {
         QTest::keyClicks(input, ".uk");
         saved &= save(window.dialog(), output / "configuration-fixed-address.png");
         window.close();
+    }
+
+    {
+        AppDelegate delegate;
+        delegate.constructMenu();
+        tray.menu()->popup(QPoint(40, 40));
+        saved &= save(*tray.menu(), output / "tray-menu.png");
+        tray.menu()->hide();
+        auto alert = QtDesktop::makeAlert("Update signatures failed", "Fetching signature failed", "OK");
+        alert->show();
+        saved &= save(*alert, output / "failure-alert.png");
     }
 
     Config::setShared(nullptr);
