@@ -217,7 +217,9 @@ TEST_F(AdminGuideTest, CompleteTextExampleIsReadWithEveryValueItGives) {
         if (key == "UpdateFrequency") {
             expected = minutes(value);
         } else if (table.at(key)[1] == "Boolean") {
-            expected = value == "0" ? "false" : "true";
+            // The text form takes integers only; a word would silently leave the default.
+            ASSERT_EQ(value.find_first_not_of("-+0123456789"), std::string::npos) << key << ": " << value;
+            expected = std::stoll(value) == 0 ? "false" : "true";
         }
         EXPECT_EQ(answer.at(key)(config), expected) << key;
     }
@@ -251,6 +253,12 @@ TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {
         std::free(name);
         ++keys;
         ASSERT_TRUE(table.count(key)) << key;
+        // A value of the wrong type silently gives the default, even where it looks right.
+        const std::string type = table.at(key)[1];
+        const plist_type expectedType = type == "Boolean"   ? PLIST_BOOLEAN
+                                        : type == "integer" ? PLIST_UINT
+                                                            : PLIST_STRING;
+        EXPECT_EQ(plist_get_node_type(node), expectedType) << key;
         std::string expected;
         if (plist_get_node_type(node) == PLIST_BOOLEAN) {
             uint8_t value = 0;
