@@ -30,11 +30,11 @@ public:
         if (node == nullptr || plist_get_node_type(node) != PLIST_STRING) {
             return std::nullopt;
         }
-        char* value = nullptr;
-        plist_get_string_val(node, &value);
-        std::string result = value != nullptr ? value : "";
-        std::free(value);
-        return result;
+        // By pointer and length: libplist's copying getter aborts on a string holding a NUL byte,
+        // which a property list can carry.
+        uint64_t length = 0;
+        const char* value = plist_get_string_ptr(node, &length);
+        return value != nullptr ? std::string(value, static_cast<std::size_t>(length)) : std::string();
     }
 
     std::optional<bool> boolean(const std::string& key) const {
