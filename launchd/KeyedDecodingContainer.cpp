@@ -2,10 +2,45 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 namespace varnoth {
 
 namespace {
+
+// The text of a dictionary key node, up to its first NUL byte.
+std::string keyText(plist_t key) {
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(key, &xml, &length);
+    const std::unique_ptr<char, decltype(&std::free)> xmlOwner(xml, &std::free);
+    const std::string_view document(xml != nullptr ? xml : "", xml != nullptr ? length : 0);
+    const auto begin = document.find("<key>");
+    const auto end = document.rfind("</key>");
+    if (begin == std::string_view::npos || end == std::string_view::npos || end < begin + 5) {
+        return {};
+    }
+    const std::string_view escaped = document.substr(begin + 5, end - begin - 5);
+    static constexpr std::pair<std::string_view, char> entities[] = {
+        {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
+    std::string text;
+    for (std::size_t at = 0; at < escaped.size();) {
+        bool replaced = false;
+        for (const auto& [entity, character] : entities) {
+            if (escaped.substr(at, entity.size()) == entity) {
+                text += character;
+                at += entity.size();
+                replaced = true;
+                break;
+            }
+        }
+        if (!replaced) {
+            text += escaped[at++];
+        }
+    }
+    return text;
+}
 
 const char* typeName(plist_t node) {
     switch (plist_get_node_type(node)) {
@@ -89,14 +124,14 @@ std::vector<std::pair<std::string, plist_t>> KeyedDecodingContainer::entries(pli
     plist_dict_new_iter(dictionary, &iterator);
     const std::unique_ptr<void, decltype(&std::free)> iteratorOwner(iterator, &std::free);
     while (true) {
-        char* key = nullptr;
+        // libplist's key getter aborts the process on a key holding a NUL byte (a binary property list
+        // can carry one), so the key is read through the XML writer, which ends it at the NUL.
         plist_t value = nullptr;
-        plist_dict_next_item(dictionary, iterator, &key, &value);
-        const std::unique_ptr<char, decltype(&std::free)> keyOwner(key, &std::free);
+        plist_dict_next_item(dictionary, iterator, nullptr, &value);
         if (value == nullptr) {
             break;
         }
-        result.emplace_back(key != nullptr ? key : "", value);
+        result.emplace_back(keyText(plist_dict_item_get_key(value)), value);
     }
     return result;
 }
