@@ -1,0 +1,68 @@
+#include "fuzz/FuzzEnvironment.h"
+
+#include "core/Logger.h"
+#include "platform/Platform.h"
+#include "tests/support/MemoryUserDefaults.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <system_error>
+#include <unistd.h>
+
+namespace varnoth::fuzz {
+
+namespace {
+
+std::filesystem::path& rootFolder() {
+    static std::filesystem::path folder;
+    return folder;
+}
+
+void removeRoot() {
+    std::error_code ignored;
+    std::filesystem::remove_all(rootFolder(), ignored);
+}
+
+} // namespace
+
+void FuzzEnvironment::setUp() {
+    if (!rootFolder().empty()) {
+        return;
+    }
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/varnoth-fuzz-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("cannot make the fuzz folder");
+    }
+    rootFolder() = pattern;
+    const std::filesystem::path home = rootFolder() / "home";
+    std::filesystem::create_directories(home / ".local/state");
+    setenv("HOME", home.c_str(), 1);
+    setenv("XDG_STATE_HOME", (home / ".local/state").c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+    setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+    setenv("VARNOTH_SYSTEM_CONFIG_DIR", (rootFolder() / "etc/Varnoth").c_str(), 1);
+    Logger::setLogFilePath(home / ".local/state/fuzz.log");
+
+    static test::MemoryUserDefaults defaults;
+    Platform::Ports ports;
+    ports.userDefaults = &defaults;
+    ports.bundle.name = "Varnoth Brelvane Agent";
+    Platform::install(ports);
+    std::atexit(removeRoot);
+}
+
+const std::filesystem::path& FuzzEnvironment::root() {
+    return rootFolder();
+}
+
+void FuzzEnvironment::trimLog() {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(Logger::logFilePath(), error);
+    if (!error && size > logLimit) {
+        // The log is this process's own temporary file (never a device), so truncating it is safe.
+        std::filesystem::resize_file(Logger::logFilePath(), 0, error);
+    }
+}
+
+} // namespace varnoth::fuzz

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace varnoth::fuzz {
+
+// A fuzz run's private world: HOME, the XDG folders, the system configuration folder and the log file
+// all live in one temporary folder, so a target never reads or writes the real ones. The log file is
+// emptied whenever it grows past a limit, so a long run does not fill the disk with log lines.
+class FuzzEnvironment {
+public:
+    static constexpr std::uintmax_t logLimit = 4 * 1024 * 1024;
+
+    // Sets everything up once per process (from LLVMFuzzerInitialize); later calls do nothing.
+    static void setUp();
+    static const std::filesystem::path& root();
+    // Empties the log file when it is over the limit; cheap enough to call per input.
+    static void trimLog();
+};
+
+} // namespace varnoth::fuzz

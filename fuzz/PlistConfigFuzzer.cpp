@@ -1,0 +1,39 @@
+// The administrator's property-list configuration file (XML or binary), answered through every getter.
+#include "core/Config.h"
+#include "fuzz/FuzzEnvironment.h"
+
+#include <cstdint>
+#include <fstream>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    varnoth::fuzz::FuzzEnvironment::setUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using varnoth::Config;
+    using varnoth::fuzz::FuzzEnvironment;
+    const Config::Locations locations{FuzzEnvironment::root() / "etc", FuzzEnvironment::root() / "support",
+                                      "Agent"};
+    const auto file = locations.systemFolder / locations.bundleName / "Fuzz.plist";
+    std::filesystem::create_directories(file.parent_path());
+    {
+        std::ofstream out(file, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+    const Config config(locations, "Fuzz");
+    if (!config.plistMode) {
+        std::abort();
+    }
+    (void)config.UpdateFrequency();
+    (void)config.ShowExitMenu();
+    (void)config.SignatureServerAddress();
+    (void)config.SignatureServerPort();
+    (void)config.UserEmailAddress();
+    (void)config.UserEmailAddressEditable();
+    (void)config.SignatureServerAutodetect();
+    (void)config.LDAPServer();
+    (void)config.settingsText();
+    FuzzEnvironment::trimLog();
+    return 0;
+}

@@ -1,0 +1,40 @@
+// The administrator's key=value configuration file, read and answered through every getter.
+#include "core/Config.h"
+#include "fuzz/FuzzEnvironment.h"
+
+#include <cstdint>
+#include <fstream>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    varnoth::fuzz::FuzzEnvironment::setUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using varnoth::Config;
+    using varnoth::fuzz::FuzzEnvironment;
+    const Config::Locations locations{FuzzEnvironment::root() / "etc", FuzzEnvironment::root() / "support",
+                                      "Agent"};
+    const auto file = locations.applicationSupportFolder / "Varnoth" / locations.bundleName / "Fuzz.txt";
+    std::filesystem::create_directories(file.parent_path());
+    {
+        std::ofstream out(file, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+    const Config config(locations, "Fuzz");
+    (void)config.UpdateFrequency();
+    (void)config.AllowConfigureDefaultSignatures();
+    (void)config.SignatureServerAddress();
+    (void)config.SignatureServerPort();
+    (void)config.UserEmailAddress();
+    (void)config.UserEmailAddressEditable();
+    (void)config.LDAPPassword();
+    (void)config.SuppressErrorMessages();
+    // The directory settings never reach the log.
+    const std::string logged = config.settingsText();
+    if (logged.find("LDAPPassword") != std::string::npos || logged.find("LDAPUser") != std::string::npos) {
+        std::abort();
+    }
+    FuzzEnvironment::trimLog();
+    return 0;
+}

@@ -1,0 +1,171 @@
+#include "tests/faults/FaultTest.h"
+
+#include "core/Config.h"
+#include "outlook/OutlookHandler.h"
+#include "platform/Platform.h"
+#include "server/Framing.h"
+#include "tests/server/ServerProcess.h"
+#include "tools/outlook-standin/OutlookStandInStore.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <pugixml.hpp>
+#include <regex>
+
+namespace varnoth::test {
+
+using namespace std::chrono_literals;
+
+void FaultTest::SetUp() {
+    AgentTest::SetUp();
+    OutlookHandler::defaultAccount.reset();
+    setenv("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN, 1);
+    unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
+    Platform::Ports ports = Platform::ports();
+    ports.scriptHost = &scripts;
+    ports.clock = &fastClock;
+    ports.bundle.resourcesFolder = VARNOTH_TEST_RESOURCES;
+    Platform::install(ports);
+}
+
+void FaultTest::TearDown() {
+    unsetenv("VARNOTH_OUTLOOK_STANDIN");
+    OutlookHandler::defaultAccount.reset();
+    AgentTest::TearDown();
+}
+
+std::filesystem::path FaultTest::goodData() {
+    const auto folder = root() / "data";
+    writeFile(folder / "templates/new.html", "<p>New \u2013 Anna</p>");
+    writeFile(folder / "templates/reply.html", "<p>Reply</p>");
+    writeFile(folder / "templates/legal.html", "<p>Legal &amp; privacy</p>");
+    writeFile(folder / "templates/greet.html", "<p>Gr\u00FC\u00DFe \U0001F600</p>");
+    writeFile(folder / "signatures.conf", std::string("[mailbox ") + mailbox +
+                                              "]\ndefault = new.html\nreply = reply.html\n"
+                                              "additional = Legal | legal.html\n"
+                                              "additional = Gr\u00FC\u00DFe | greet.html\n");
+    return folder;
+}
+
+void FaultTest::configure(int port, const std::string& more) {
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
+              "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(port) +
+                  "\nUserEmailAddress=" + mailbox + "\n" + more);
+    Config::setShared(nullptr);
+}
+
+void FaultTest::run(AppDelegate& app, bool userInitiated) {
+    if (userInitiated) {
+        app.updateSignatures(true);
+    } else {
+        app.autoUpdateSignatures();
+    }
+    queue.runUntilIdle();
+    queue.advance(1s);
+    queue.runUntilIdle();
+    ASSERT_FALSE(app.updateInProgress());
+}
+
+std::filesystem::path FaultTest::storeFolder() const {
+    return root() / "home/.local/share/Varnoth/Outlook";
+}
+
+std::map<std::string, std::string> FaultTest::storedSignatures() const {
+    std::map<std::string, std::string> signatures;
+    try {
+        OutlookStandInStore store(storeFolder());
+        for (const auto& name : store.signatureNames()) {
+            signatures[name] = store.signature(name).value_or("<missing>");
+        }
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << "the store cannot be read: " << error.what();
+    }
+    return signatures;
+}
+
+std::vector<std::string> FaultTest::additionalSignatures() const {
+    return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
+}
+
+void FaultTest::goodRun(AppDelegate& app, int goodPort) {
+    configure(goodPort);
+    run(app);
+    keptSignatures = storedSignatures();
+    keptList = additionalSignatures();
+    ASSERT_EQ(keptSignatures.size(), 4u) << logText();
+    ASSERT_EQ(keptSignatures["Legal"], "<p>Legal &amp; privacy</p>");
+    ASSERT_EQ(keptSignatures["Gr\u00FC\u00DFe"], "<p>Gr\u00FC\u00DFe \U0001F600</p>");
+    ASSERT_EQ(keptList.size(), 2u);
+    alerts.shown.clear();
+    clearLog();
+}
+
+void FaultTest::expectKept() const {
+    EXPECT_EQ(storedSignatures(), keptSignatures);
+    auto list = additionalSignatures();
+    std::sort(list.begin(), list.end());
+    auto kept = keptList;
+    std::sort(kept.begin(), kept.end());
+    EXPECT_EQ(list, kept);
+}
+
+void FaultTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs) {
+    const std::size_t before = ServerProcess::waitForFiles(goodLogs, 0).size();
+    configure(goodPort);
+    alerts.shown.clear();
+    clearLog();
+    run(app);
+    EXPECT_EQ(count(std::string("Parsed signature successfully for ") + mailbox), 1) << logText();
+    EXPECT_TRUE(alerts.shown.empty());
+    const auto logs = wholeDeploymentLogs(goodLogs, before + 1);
+    ASSERT_EQ(logs.size(), before + 1);
+    EXPECT_NE(logs.back().find("Parsed signature successfully for "), std::string::npos);
+    EXPECT_EQ(storedSignatures().size(), 4u);
+    EXPECT_EQ(additionalSignatures().size(), 2u);
+}
+
+std::vector<std::string> FaultTest::wholeDeploymentLogs(const std::filesystem::path& folder,
+                                                        std::size_t atLeast) {
+    static const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  .*)");
+    std::vector<std::string> logs;
+    for (const auto& file : ServerProcess::waitForFiles(folder, atLeast)) {
+        const std::string document = framing::unframe(readWholeFile(file));
+        pugi::xml_document parsed;
+        EXPECT_TRUE(parsed.load_string(document.c_str())) << document;
+        const pugi::xml_node request = parsed.child("Request");
+        EXPECT_STREQ(request.attribute("Type").value(), "SubmitDeploymentLog");
+        const std::string result = request.child_value("Result");
+        EXPECT_TRUE(result == "Success" || result == "Failure") << result;
+        const std::string log = request.child_value("DeploymentLog");
+        if (!log.empty()) {
+            EXPECT_EQ(log.back(), '\n');
+        }
+        // Every line is a whole log line, except the continuation lines of a multi-line entry.
+        std::size_t begin = 0;
+        bool first = true;
+        while (begin < log.size()) {
+            const std::size_t end = log.find('\n', begin);
+            const std::string text = log.substr(begin, end - begin);
+            if (first) {
+                EXPECT_TRUE(std::regex_match(text, line)) << text;
+                first = false;
+            }
+            begin = end + 1;
+        }
+        logs.push_back(log);
+    }
+    return logs;
+}
+
+int FaultTest::count(const std::string& line) const {
+    const auto lines = logLines();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+}
+
+bool FaultTest::logged(const std::string& prefix) const {
+    const auto lines = logLines();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& text) { return text.rfind(prefix, 0) == 0; });
+}
+
+} // namespace varnoth::test

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "core/AppDelegate.h"
+#include "platform/ProcessScriptHost.h"
+#include "tests/faults/FastClock.h"
+#include "tests/support/AgentTest.h"
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace varnoth::test {
+
+// Whole update runs under one fault at a time, with the demo signature server and the Outlook stand-in.
+// A run starts from a good run's state (signatures in the store, the list of additional signatures, a
+// deployment log on the server); after the fault, that state must be intact and the next timer run
+// must work again.
+class FaultTest : public AgentTest {
+protected:
+    static constexpr const char* mailbox = "anna@example.com";
+    // Steady time runs this much faster, so the 20-second read bound ends in under half a second.
+    static constexpr int clockFactor = 50;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // The data set of the good server: both default signatures and two additional ones for mailbox.
+    std::filesystem::path goodData();
+    // Points the configuration at a loopback port, with more key=value lines.
+    void configure(int port, const std::string& more = "");
+
+    // One run from the timer (or the menu) to its end, including the deployment log's send.
+    void run(AppDelegate& app, bool userInitiated = false);
+
+    // The store's signatures by name, as the stand-in keeps them.
+    std::map<std::string, std::string> storedSignatures() const;
+    std::filesystem::path storeFolder() const;
+    std::vector<std::string> additionalSignatures() const;
+
+    // The good run every fault starts from, against a server on goodPort; remembers its outcome.
+    void goodRun(AppDelegate& app, int goodPort);
+    // Store and list of additional signatures as the good run left them.
+    void expectKept() const;
+    // The timer's next run against the good server succeeds and installs the full set again.
+    void expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs);
+
+    // Every deployment log of the folder is a whole document whose log lines are whole lines; returns them.
+    static std::vector<std::string> wholeDeploymentLogs(const std::filesystem::path& folder,
+                                                        std::size_t atLeast);
+    int count(const std::string& line) const;
+    bool logged(const std::string& prefix) const;
+
+    ProcessScriptHost scripts{std::chrono::seconds(5)};
+    FastClock fastClock{queue, clockFactor};
+    std::map<std::string, std::string> keptSignatures;
+    std::vector<std::string> keptList;
+};
+
+} // namespace varnoth::test
