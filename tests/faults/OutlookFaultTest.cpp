@@ -2,7 +2,9 @@
 #include "tests/faults/FaultTest.h"
 #include "tests/server/ServerProcess.h"
 
+#include <cstdlib>
 #include <fcntl.h>
+#include <iostream>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -79,6 +81,9 @@ protected:
         configure(next->port());
         run(app);
         ASSERT_EQ(alerts.shown.size(), 1u) << logText();
+        if (std::getenv("VARNOTH_SHOW_LOG") != nullptr) {
+            std::cout << logText();
+        }
         EXPECT_EQ(alerts.shown[0].message, "Signature creation failed");
         const auto stored = storedSignatures();
         for (const auto& [name, content] : stored) {
