@@ -7,300 +7,111 @@ namespace varnoth::test {
 namespace {
 
 using Kind = PropertyListError::Kind;
+using namespace std::string_literals;
 using Words = std::vector<std::string>;
 
-const Words allKeys = {"Label",
-                       "Disabled",
-                       "EnableGlobbing",
-                       "Program",
-                       "ProgramArguments",
-                       "WorkingDirectory",
-                       "StandardInPath",
-                       "StandardOutPath",
-                       "StandardErrorPath",
-                       "EnvironmentVariables",
-                       "RunAtLoad",
-                       "StartInterval",
-                       "StartCalendarInterval",
-                       "StartOnMount",
-                       "OnDemand",
-                       "KeepAlive",
-                       "WatchPaths",
-                       "QueueDirectories",
-                       "Umask",
-                       "SessionCreate",
-                       "GroupName",
-                       "UserName",
-                       "InitGroups",
-                       "RootDirectory",
-                       "LaunchOnlyOnce",
-                       "LimitLoadToSessionType",
-                       "LimitLoadToHosts",
-                       "LimitLoadFromHosts",
-                       "AbandonProcessGroup",
-                       "EnablePressuredExit",
-                       "EnableTransactions",
-                       "ExitTimeOut",
-                       "inetdCompatibility",
-                       "HardResourceLimits",
-                       "SoftResourceLimits",
-                       "TimeOut",
-                       "ThrottleInterval",
-                       "MachServices",
-                       "Debug",
-                       "WaitForDebugger",
-                       "LegacyTimers",
-                       "LowPriorityIO",
-                       "LowPriorityBackgroundIO",
-                       "Nice",
-                       "ProcessType"};
-
-// Every setting present with a value that differs from its neighbours'. Program and ProgramArguments
-// can only stand together when read from a file, so this record comes from decoding.
-LaunchAgent everySetting() {
-    LaunchAgent agent = decodedFrom<LaunchAgent>("<key>Label</key><string>com.example.every</string>"
-                                                 "<key>Program</key><string>/usr/local/bin/every</string>"
-                                                 "<key>ProgramArguments</key><array><string>every</string>"
-                                                 "<string>--flag</string></array>");
-    agent.disabled = false;
-    agent.enableGlobbing = true;
-    agent.workingDirectory = "/var/empty";
-    agent.standardInPath = "/dev/null";
-    agent.standardOutPath = "/tmp/every.out";
-    agent.standardErrorPath = "/tmp/every.err";
-    agent.environmentVariables =
-        std::map<std::string, std::string>{{"PATH", "/usr/bin:/bin"}, {"LANG", "de_DE"}};
-    agent.runAtLoad = true;
-    agent.startInterval = 3600;
-    agent.startCalendarInterval = StartCalendarInterval(StartMonth::may, StartWeekday::friday, 13, 4, 5);
-    agent.startOnMount = false;
-    agent.onDemand = true;
-    agent.keepAlive = false;
-    agent.watchPaths = Words{"/etc/hosts"};
-    agent.queueDirectories = Words{"/var/spool/every", "/var/spool/other"};
-    agent.umask = 18;
-    agent.sessionCreate = true;
-    agent.groupName = "staff";
-    agent.userName = "nobody";
-    agent.initGroups = false;
-    agent.rootDirectory = "/";
-    agent.launchOnlyOnce = true;
-    agent.limitLoadToSessionType = Words{"Aqua", "LoginWindow"};
-    agent.limitLoadToHosts = Words{"build1"};
-    agent.limitLoadFromHosts = Words{};
-    agent.abandonProcessGroup = true;
-    agent.enablePressuredExit = false;
-    agent.enableTransactions = true;
-    agent.exitTimeOut = 30;
-    agent.inetdCompatibility = inetdCompatibility(true);
-    agent.hardResourceLimits = ResourceLimits(std::nullopt, 0);
-    agent.softResourceLimits =
-        ResourceLimits(10, std::nullopt, std::nullopt, std::nullopt, std::nullopt, 256);
-    agent.timeOut = 7;
-    agent.throttleInterval = 11;
-    agent.machServices =
-        std::map<std::string, MachService>{{"com.example.every.xpc", MachService(true, false)},
-                                           {"com.example.every.other", MachService(false, true)}};
-    agent.debug = false;
-    agent.waitForDebugger = false;
-    agent.legacyTimers = true;
-    agent.lowPriorityIO = true;
-    agent.lowPriorityBackgroundIO = false;
-    agent.setNice(-5);
-    agent.processType = ProcessType::adaptive;
-    return agent;
+TEST(LaunchAgentTest, OnlyKnownKeysThatArePresentAreWritten) {
+    EXPECT_EQ(rootKeys(encodedXml(LaunchAgent("job"))), Words{"Label"});
+    const auto agent =
+        decodedFrom<LaunchAgent>("<key>Label</key><string>job</string><key>keepalive</key><dict/>"
+                                 "<key>AssociatedBundleIdentifiers</key><array/>"
+                                 "<key>Umask</key><integer>18</integer>");
+    EXPECT_EQ(rootKeys(encodedXml(agent)), (Words{"Label", "Umask"}));
 }
 
-Kind agentDecodingFailure(const std::string& body, const std::string& expectedFirstPathKey) {
-    try {
-        decodedFrom<LaunchAgent>("<key>Label</key><string>x</string>" + body);
-    } catch (const PropertyListError& error) {
-        EXPECT_FALSE(error.codingPath().empty()) << body;
-        if (!error.codingPath().empty()) {
-            EXPECT_EQ(error.codingPath().front(), expectedFirstPathKey) << error.what();
-        }
-        return error.kind();
-    }
-    ADD_FAILURE() << "decoded without error: " << body;
-    return Kind::invalidValue;
-}
-
-TEST(LaunchAgentTest, ConstructionSplitsProgramFromArguments) {
-    const LaunchAgent one("job", {"/bin/tool"});
-    EXPECT_EQ(one.program(), "/bin/tool");
-    EXPECT_EQ(one.programArguments(), std::nullopt);
-    EXPECT_EQ(rootKeys(encodedXml(one)), (Words{"Label", "Program"}));
-
-    const LaunchAgent two("job", {"/bin/tool", "-v"});
-    EXPECT_EQ(two.program(), std::nullopt);
-    EXPECT_EQ(two.programArguments(), (Words{"/bin/tool", "-v"}));
-
+TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistentButDecodingDoesNot) {
+    const auto expectProgram = [](const LaunchAgent& agent, std::optional<std::string> program,
+                                  std::optional<Words> arguments) {
+        EXPECT_EQ(agent.program(), program);
+        EXPECT_EQ(agent.programArguments(), arguments);
+    };
+    expectProgram(LaunchAgent("job", {"/bin/tool"}), "/bin/tool", std::nullopt);
+    expectProgram(LaunchAgent("job", {"/bin/tool", "-v"}), std::nullopt, Words{"/bin/tool", "-v"});
     const LaunchAgent none("job", {});
-    EXPECT_EQ(none.program(), std::nullopt);
-    EXPECT_EQ(none.programArguments(), Words{});
-    const std::string xml = encodedXml(none);
-    EXPECT_EQ(rootKeys(xml), (Words{"Label", "ProgramArguments"}));
-    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(xml).programArguments(), Words{});
+    expectProgram(none, std::nullopt, Words{});
+    EXPECT_EQ(rootKeys(encodedXml(none)), (Words{"Label", "ProgramArguments"}));
+    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(none)).programArguments(), Words{});
 
-    const LaunchAgent bare("job");
-    EXPECT_EQ(rootKeys(encodedXml(bare)), Words{"Label"});
-}
-
-TEST(LaunchAgentTest, AssignmentRulesKeepProgramAndNiceConsistent) {
     LaunchAgent agent("job");
     agent.setProgramArguments(Words{"/bin/only"});
-    EXPECT_EQ(agent.program(), "/bin/only");
-    EXPECT_EQ(agent.programArguments(), std::nullopt);
-
-    agent.setProgramArguments(Words{"/bin/a", "b", "c"});
-    EXPECT_EQ(agent.program(), std::nullopt);
+    expectProgram(agent, "/bin/only", std::nullopt);
+    agent.setProgramArguments(Words{"/bin/a", "b"});
+    expectProgram(agent, std::nullopt, Words{"/bin/a", "b"});
     agent.setProgram("/bin/p");
-    EXPECT_EQ(agent.programArguments(), std::nullopt);
-    EXPECT_EQ(agent.program(), "/bin/p");
-
+    expectProgram(agent, "/bin/p", std::nullopt);
     agent.setProgramArguments(std::nullopt); // absent changes nothing else
-    EXPECT_EQ(agent.program(), "/bin/p");
+    expectProgram(agent, "/bin/p", std::nullopt);
     agent.setProgramArguments(Words{}); // an empty list may stand alone
-    EXPECT_EQ(agent.program(), std::nullopt);
-    EXPECT_EQ(agent.programArguments(), Words{});
+    expectProgram(agent, std::nullopt, Words{});
     agent.setProgram(std::nullopt);
-    EXPECT_EQ(agent.programArguments(), Words{});
+    expectProgram(agent, std::nullopt, Words{});
 
-    const std::vector<std::pair<std::int64_t, std::int64_t>> nice = {
-        {25, 20}, {-100, -20}, {20, 20}, {-20, -20}, {21, 20}, {-21, -20}, {0, 0}};
-    for (const auto& [given, stored] : nice) {
+    for (const auto& [given, stored] : std::vector<std::pair<std::int64_t, std::int64_t>>{
+             {25, 20}, {-100, -20}, {20, 20}, {-21, -20}, {0, 0}}) {
         agent.setNice(given);
         EXPECT_EQ(agent.nice(), stored) << given;
     }
-    agent.setNice(std::nullopt);
-    EXPECT_EQ(agent.nice(), std::nullopt);
-}
 
-TEST(LaunchAgentTest, EverySettingRoundTripsInTableOrder) {
-    const LaunchAgent agent = everySetting();
-    const std::string xml = encodedXml(agent);
-    EXPECT_EQ(rootKeys(xml), allKeys);
-    EXPECT_EQ(xml.find("url"), std::string::npos);
-    EXPECT_NE(xml.find("<key>Umask</key>\n\t<integer>18</integer>"), std::string::npos);
-    EXPECT_NE(xml.find("<key>Nice</key>\n\t<integer>-5</integer>"), std::string::npos) << xml;
-    EXPECT_NE(xml.find("<key>ProcessType</key>\n\t<string>Adaptive</string>"), std::string::npos);
-
-    const LaunchAgent decoded = PropertyListDecoder().decode<LaunchAgent>(xml);
-    EXPECT_EQ(decoded, agent);
-    EXPECT_EQ(encodedXml(decoded), xml);
-
-    PropertyListEncoder binary;
-    binary.outputFormat = PropertyListEncoder::OutputFormat::binary;
-    const std::string bytes = binary.encode(agent);
-    EXPECT_EQ(bytes.rfind("bplist00", 0), 0U);
-    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(bytes), agent);
-}
-
-TEST(LaunchAgentTest, DecodingStoresValuesWithoutAssignmentRules) {
-    const auto agent =
+    const auto decoded =
         decodedFrom<LaunchAgent>("<key>Label</key><string>both</string>"
                                  "<key>Program</key><string>/bin/p</string>"
-                                 "<key>ProgramArguments</key><array><string>one</string></array>"
+                                 "<key>ProgramArguments</key><array><string>1</string></array>"
                                  "<key>Nice</key><integer>99</integer>"
                                  "<key>StartCalendarInterval</key><dict><key>Minute</key>"
                                  "<integer>75</integer></dict>");
-    EXPECT_EQ(agent.program(), "/bin/p");
-    EXPECT_EQ(agent.programArguments(), Words{"one"});
-    EXPECT_EQ(agent.nice(), 99);
-    EXPECT_EQ(agent.startCalendarInterval->minute(), 75);
-    EXPECT_EQ(agent.url, std::nullopt);
-
-    const auto negative =
-        decodedFrom<LaunchAgent>("<key>Label</key><string>n</string>"
-                                 "<key>Nice</key><integer>-7</integer>"
-                                 "<key>ExitTimeOut</key><integer>-9223372036854775808</integer>");
-    EXPECT_EQ(negative.nice(), -7);
-    EXPECT_EQ(negative.exitTimeOut, std::numeric_limits<std::int64_t>::min());
+    expectProgram(decoded, "/bin/p", Words{"1"});
+    EXPECT_EQ(decoded.nice(), 99);
+    EXPECT_EQ(decoded.startCalendarInterval->minute(), 75);
 }
 
-TEST(LaunchAgentTest, LabelIsRequiredAndMustBeText) {
+// The kind of error and the first key of its path, for a record that must not decode.
+std::pair<Kind, std::string> decodingFailure(const std::string& body) {
     try {
-        decodedFrom<LaunchAgent>("<key>Program</key><string>/bin/p</string>");
-        ADD_FAILURE() << "decoded without a label";
+        decodedFrom<LaunchAgent>(body);
     } catch (const PropertyListError& error) {
-        EXPECT_EQ(error.kind(), Kind::keyNotFound);
-        EXPECT_EQ(error.codingPath(), Words{"Label"});
+        return {error.kind(), error.codingPath().empty() ? "" : error.codingPath().front()};
     }
-    EXPECT_THROW(decodedFrom<LaunchAgent>("<key>Label</key><integer>1</integer>"), PropertyListError);
-    EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>("<plist><array/></plist>"), PropertyListError);
-    EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>("not a property list"), PropertyListError);
-    EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(""), PropertyListError);
+    return {Kind::invalidValue, "decoded without error"};
 }
 
-TEST(LaunchAgentTest, AnyKnownKeyOfAnotherTypeFailsTheWholeRecord) {
-    EXPECT_EQ(agentDecodingFailure("<key>KeepAlive</key><dict><key>SuccessfulExit</key><false/></dict>",
-                                   "KeepAlive"),
-              Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>Umask</key><string>022</string>", "Umask"), Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>StartCalendarInterval</key><array><dict/></array>",
-                                   "StartCalendarInterval"),
-              Kind::typeMismatch);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>StartCalendarInterval</key><dict><key>Month</key><integer>13</integer>"
-                             "</dict>",
-                             "StartCalendarInterval"),
-        Kind::dataCorrupted);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>StartCalendarInterval</key><dict><key>Weekday</key><integer>0</integer>"
-                             "</dict>",
-                             "StartCalendarInterval"),
-        Kind::dataCorrupted);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>MachServices</key><dict><key>com.x</key><dict><key>HideUntilCheckIn</key>"
-                             "<true/></dict></dict>",
-                             "MachServices"),
-        Kind::keyNotFound);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>MachServices</key><dict><key>com.x</key><true/></dict>", "MachServices"),
-        Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>ProcessType</key><string>background</string>", "ProcessType"),
-              Kind::dataCorrupted);
-    EXPECT_EQ(agentDecodingFailure("<key>LimitLoadToSessionType</key><string>Aqua</string>",
-                                   "LimitLoadToSessionType"),
-              Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure(
-                  "<key>ProgramArguments</key><array><string>a</string><integer>1</integer></array>",
-                  "ProgramArguments"),
-              Kind::typeMismatch);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>EnvironmentVariables</key><dict><key>N</key><integer>1</integer></dict>",
-                             "EnvironmentVariables"),
-        Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>RunAtLoad</key><integer>1</integer>", "RunAtLoad"),
-              Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>Nice</key><real>1.0</real>", "Nice"), Kind::typeMismatch);
-    EXPECT_EQ(agentDecodingFailure("<key>inetdCompatibility</key><dict/>", "inetdCompatibility"),
-              Kind::keyNotFound);
-    EXPECT_EQ(
-        agentDecodingFailure("<key>HardResourceLimits</key><dict><key>CPU</key><string>1</string></dict>",
-                             "HardResourceLimits"),
-        Kind::typeMismatch);
-}
-
-TEST(LaunchAgentTest, UnknownKeysAreIgnoredAndGoneWhenWrittenAgain) {
-    const auto agent =
-        decodedFrom<LaunchAgent>("<key>Label</key><string>job</string>"
-                                 "<key>AssociatedBundleIdentifiers</key><array><string>a</string></array>"
-                                 "<key>keepalive</key><dict/>"
-                                 "<key>Umask</key><integer>18</integer>");
-    EXPECT_EQ(agent.umask, 18);
-    EXPECT_EQ(rootKeys(encodedXml(agent)), (Words{"Label", "Umask"}));
+TEST(LaunchAgentTest, AMissingLabelOrAKnownKeyOfAnotherTypeFailsTheWholeRecord) {
+    EXPECT_EQ(decodingFailure("<key>Program</key><string>/bin/p</string>"),
+              std::pair(Kind::keyNotFound, "Label"s));
+    const std::vector<std::tuple<std::string, std::string, Kind>> rows = {
+        {"Label", "<integer>1</integer>", Kind::typeMismatch},
+        {"KeepAlive", "<dict><key>SuccessfulExit</key><false/></dict>", Kind::typeMismatch},
+        {"Umask", "<string>022</string>", Kind::typeMismatch},
+        {"StartCalendarInterval", "<array><dict/></array>", Kind::typeMismatch},
+        {"StartCalendarInterval", "<dict><key>Month</key><integer>13</integer></dict>", Kind::dataCorrupted},
+        {"StartCalendarInterval", "<dict><key>Weekday</key><integer>0</integer></dict>", Kind::dataCorrupted},
+        {"MachServices", "<dict><key>x</key><dict><key>HideUntilCheckIn</key><true/></dict></dict>",
+         Kind::keyNotFound},
+        {"MachServices", "<dict><key>x</key><true/></dict>", Kind::typeMismatch},
+        {"ProcessType", "<string>background</string>", Kind::dataCorrupted},
+        {"LimitLoadToSessionType", "<string>Aqua</string>", Kind::typeMismatch},
+        {"ProgramArguments", "<array><string>a</string><integer>1</integer></array>", Kind::typeMismatch},
+        {"EnvironmentVariables", "<dict><key>N</key><integer>1</integer></dict>", Kind::typeMismatch},
+        {"RunAtLoad", "<integer>1</integer>", Kind::typeMismatch},
+        {"Nice", "<real>1.0</real>", Kind::typeMismatch},
+    };
+    for (const auto& [key, value, kind] : rows) {
+        const std::string label = key == "Label" ? "" : "<key>Label</key><string>x</string>";
+        EXPECT_EQ(decodingFailure(label + "<key>" + key + "</key>" + value), std::pair(kind, key)) << value;
+    }
+    for (const std::string bytes : {"<plist><array/></plist>", "not a property list", ""}) {
+        EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
+    }
 }
 
 TEST(LaunchAgentTest, TextThatAPropertyListCannotCarryFailsTheEncoding) {
     LaunchAgent agent("job");
-    agent.workingDirectory = std::string("/a\0b", 4);
-    EXPECT_THROW(encodedXml(agent), PropertyListError);
-    agent.workingDirectory = "\xff\xfe";
-    EXPECT_THROW(encodedXml(agent), PropertyListError);
+    for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
+        agent.workingDirectory = bad;
+        EXPECT_THROW(encodedXml(agent), PropertyListError);
+    }
     agent.workingDirectory = "Grüße & <Tags>";
-    const std::string xml = encodedXml(agent);
-    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(xml).workingDirectory, "Grüße & <Tags>");
+    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(agent)).workingDirectory,
+              "Grüße & <Tags>");
 }
 
 } // namespace

@@ -1,24 +1,34 @@
 #include "launchd/LaunchControl.h"
-#include "tests/launchd/FakeLaunchctl.h"
 #include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
 
+#include <chrono>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace varnoth::test {
 namespace {
 
+using Lines = std::vector<std::string>;
+
+// launchctl is a shell script that appends each command line it gets (the arguments joined with "|")
+// to a file and answers "list" with the table the test sets.
 class LaunchControlTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
         folder = root() / "home/Library/LaunchAgents";
         std::filesystem::create_directories(folder);
-        fake.emplace(root() / "bin");
+        writeFile(root() / "launchctl", "#!/bin/sh\nline=\"$1\"; shift\n"
+                                        "for argument in \"$@\"; do line=\"$line|$argument\"; done\n"
+                                        "printf '%s\\n' \"$line\" >> \"$0.calls\"\n"
+                                        "if [ \"$line\" = list ]; then cat \"$0.list\"; fi\n");
+        std::filesystem::permissions(root() / "launchctl", std::filesystem::perms::owner_all);
         LaunchControl::Options options;
-        options.launchctl = fake->path();
+        options.launchctl = root() / "launchctl";
         control.setOptions(options);
+        LaunchControl::shared().setOptions(options);
     }
     void TearDown() override {
         LaunchControl::shared().setOptions({});
@@ -29,54 +39,48 @@ protected:
         writeFile(folder / name, xmlPlist("<key>Label</key><string>" + label + "</string>"));
     }
 
+    // The recorded command lines, once there are count of them (launchctl is not waited for).
+    Lines calls(std::size_t count) const {
+        Lines lines;
+        for (int attempt = 0; attempt < 1000 && lines.size() < count; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(attempt == 0 ? 0 : 10));
+            std::ifstream in(root() / "launchctl.calls");
+            lines.clear();
+            for (std::string line; std::getline(in, line);) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
+    }
+
     std::filesystem::path folder;
-    std::optional<FakeLaunchctl> fake;
     LaunchControl control; // the LaunchAgents folder under the test's HOME
 };
 
-TEST_F(LaunchControlTest, WriteNamesTheFileAfterTheLabelOrTheGivenName) {
+TEST_F(LaunchControlTest, WriteAndReadNameRules) {
     EXPECT_EQ(control.launchAgentsURL(), folder);
     LaunchAgent agent("agent-job", {"/bin/true"});
     control.write(agent);
     EXPECT_EQ(agent.url, folder / "agent-job.plist");
-    std::ifstream in(folder / "agent-job.plist");
-    std::string firstLine;
-    std::getline(in, firstLine);
-    EXPECT_EQ(firstLine, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
-    const LaunchAgent back = control.read(folder / "agent-job.plist");
-    EXPECT_EQ(back, agent);
+    EXPECT_EQ(control.read(folder / "agent-job.plist"), agent);
+    EXPECT_THROW(control.writeTo(agent, root() / "missing/folder/job"), std::filesystem::filesystem_error);
+    EXPECT_EQ(agent.url, folder / "agent-job.plist"); // a failed write keeps the old location
 
-    const std::vector<std::pair<std::string, std::string>> names = {{"job", "job.plist"},
-                                                                    {"job.plist", "job.plist"},
-                                                                    {"job.PLIST", "job.PLIST.plist"},
-                                                                    {"a.b", "a.b.plist"}};
-    for (const auto& [given, written] : names) {
+    for (const auto& [given, written] :
+         std::vector<std::pair<std::string, std::string>>{{"job", "job.plist"},
+                                                          {"job.plist", "job.plist"},
+                                                          {"job.PLIST", "job.PLIST.plist"},
+                                                          {"a.b", "a.b.plist"}}) {
         LaunchAgent named("named");
         control.writeCalled(named, given);
         EXPECT_EQ(named.url, folder / written) << given;
         EXPECT_TRUE(std::filesystem::exists(folder / written)) << given;
     }
 
-    // A rewrite replaces the file; a failed write keeps the old location.
-    agent.keepAlive = true;
-    control.write(agent);
-    EXPECT_EQ(control.read(folder / "agent-job.plist").keepAlive, true);
-    EXPECT_THROW(control.writeTo(agent, root() / "missing/folder/job"), std::filesystem::filesystem_error);
-    EXPECT_EQ(agent.url, folder / "agent-job.plist");
-}
-
-TEST_F(LaunchControlTest, ReadUsesTheNameAsGivenAndSetsTheLocation) {
-    writeJob("job", "without-extension");
-    writeJob("job.plist", "with-extension");
-    const LaunchAgent agent = control.readCalled("job");
-    EXPECT_EQ(agent.label, "without-extension");
-    EXPECT_EQ(agent.url, folder / "job");
-
+    // Reading takes the name as given: no extension is added.
+    writeJob("plain", "without-extension");
+    EXPECT_EQ(control.readCalled("plain").url, folder / "plain");
     EXPECT_THROW(control.readCalled("absent"), std::filesystem::filesystem_error);
-    writeFile(folder / "junk", "junk");
-    EXPECT_THROW(control.readCalled("junk"), PropertyListError);
-    writeFile(folder / "nolabel.plist", xmlPlist("<key>Program</key><string>/bin/p</string>"));
-    EXPECT_THROW(control.readCalled("nolabel.plist"), PropertyListError);
 }
 
 TEST_F(LaunchControlTest, LocateTakesTheLastFileOfTheLabelAndSkipsTheRest) {
@@ -113,86 +117,60 @@ TEST_F(LaunchControlTest, LaunchctlGetsTheCommandAndThePathOrLabel) {
         EXPECT_EQ(error.label(), "com.example.job");
         EXPECT_EQ(error.message(), "The URL is not set for agent com.example.job");
     }
-    EXPECT_THROW(control.unload(agent), LaunchControlError);
+    EXPECT_THROW(agent.unload(), LaunchControlError); // the record's own form uses the shared instance
 
     control.start(agent);
-    EXPECT_EQ(fake->calls(1), (std::vector<std::string>{"start|com.example.job"}));
-    control.stop(agent);
-    EXPECT_EQ(fake->calls(2).back(), "stop|com.example.job");
+    EXPECT_EQ(calls(1), Lines{"start|com.example.job"});
+    agent.stop();
+    EXPECT_EQ(calls(2).back(), "stop|com.example.job");
     control.write(agent);
     control.load(agent);
-    EXPECT_EQ(fake->calls(3).back(), "load|" + (folder / "com.example.job.plist").string());
+    EXPECT_EQ(calls(3).back(), "load|" + (folder / "com.example.job.plist").string());
     control.unload(agent);
-    EXPECT_EQ(fake->calls(4).back(), "unload|" + (folder / "com.example.job.plist").string());
     // The failed load and unload above never reached launchctl.
-    EXPECT_EQ(fake->calls().size(), 4U);
+    EXPECT_EQ(calls(4), (Lines{"start|com.example.job", "stop|com.example.job", "load|" + agent.url->string(),
+                               "unload|" + agent.url->string()}));
 }
 
-TEST_F(LaunchControlTest, StatusReadsTheFirstColumnOfTheMatchingLine) {
+TEST_F(LaunchControlTest, StatusReadsTheFirstColumnOfTheExactLabelsLine) {
     const LaunchAgent agent("com.example.job");
     const std::string header = "PID\tStatus\tLabel\n";
-    fake->setListing(header + "123\t0\tcom.apple.other\n-\t0\tcom.example.job\n");
-    EXPECT_EQ(control.status(agent), AgentStatus::loaded());
-    EXPECT_EQ(fake->calls(1), std::vector<std::string>{"list"});
-
-    fake->setListing(header + "4242\t0\tcom.example.job\n");
-    EXPECT_EQ(control.status(agent), AgentStatus::running(4242));
-    EXPECT_EQ(control.status(agent).pid(), 4242);
-
-    fake->setListing(header + "123\t0\tcom.apple.other\n");
-    EXPECT_EQ(control.status(agent), AgentStatus::unloaded());
-
-    // Labels that contain this one match grep as well: the exact label decides.
-    fake->setListing(header +
-                     "-\t0\tcom.example.job.helper\n777\t0\tcom.example.job\n88\t0\txcom.example.job\n");
-    EXPECT_EQ(control.status(agent), AgentStatus::running(777));
-    fake->setListing(header + "1\t0\tcom.example.job.a\n2\t0\tcom.example.job.b\n");
-    EXPECT_EQ(control.status(agent), AgentStatus::unloaded());
+    const std::vector<std::pair<std::string, AgentStatus>> rows = {
+        {"123\t0\tcom.apple.other\n-\t0\tcom.example.job\n", AgentStatus::loaded()},
+        {"4242\t0\tcom.example.job\n", AgentStatus::running(4242)},
+        {"123\t0\tcom.apple.other\n", AgentStatus::unloaded()},
+        // Labels that contain this one match grep as well: the exact label decides.
+        {"-\t0\tcom.example.job.helper\n777\t0\tcom.example.job\n88\t0\txcom.example.job\n",
+         AgentStatus::running(777)},
+        {"1\t0\tcom.example.job.a\n2\t0\tcom.example.job.b\n", AgentStatus::unloaded()},
+    };
+    for (const auto& [listing, status] : rows) {
+        writeFile(root() / "launchctl.list", header + listing);
+        EXPECT_EQ(agent.status(), status) << listing;
+    }
+    EXPECT_EQ(calls(rows.size()), Lines(rows.size(), "list"));
 
     LaunchControl::Options noLaunchctl;
-    noLaunchctl.launchctl = root() / "bin/missing";
+    noLaunchctl.launchctl = root() / "missing";
     EXPECT_EQ(LaunchControl(noLaunchctl).status(agent), AgentStatus::unloaded());
 }
 
 TEST(LaunchControlStatusTest, ListingOutputEdgeCases) {
-    const std::string label = "job";
-    EXPECT_EQ(LaunchControl::statusFromListing("\n-\n\r\n", "", label), AgentStatus::loaded());
-    EXPECT_EQ(LaunchControl::statusFromListing("-12\n", "", label), AgentStatus::running(-12));
-    EXPECT_EQ(LaunchControl::statusFromListing("+12\n", "", label), AgentStatus::running(12));
-    EXPECT_EQ(LaunchControl::statusFromListing("\xE2\x80\xA8"
-                                               "77\xC2\x85",
-                                               "", label),
-              AgentStatus::running(77));
-    EXPECT_EQ(LaunchControl::statusFromListing("", "", label), AgentStatus::unloaded());
-    EXPECT_EQ(LaunchControl::statusFromListing("\n\n", "", label), AgentStatus::unloaded());
-    EXPECT_EQ(LaunchControl::statusFromListing("\xff"
-                                               "12\n",
-                                               "12\t0\tjob\n", label),
-              AgentStatus::unloaded());
-    // White space other than line ends stays, so " 12" is no number; the exact line decides.
-    EXPECT_EQ(LaunchControl::statusFromListing(" 12\n", " 12\t0\tother\n", label), AgentStatus::unloaded());
-    EXPECT_EQ(LaunchControl::statusFromListing("PID\n", "PID\tStatus\tjob\n", label), AgentStatus::loaded());
-    EXPECT_EQ(LaunchControl::statusFromListing("99999999999999999999\n", "", label), AgentStatus::unloaded());
-    EXPECT_EQ(AgentStatus::running(5).description(), "running(5)");
-    EXPECT_NE(AgentStatus::running(5), AgentStatus::running(6));
-}
-
-TEST_F(LaunchControlTest, RecordShortcutsUseTheSharedInstance) {
-    LaunchControl::Options options;
-    options.launchctl = fake->path();
-    LaunchControl::shared().setOptions(options);
-
-    LaunchAgent agent("com.example.shared");
-    EXPECT_THROW(agent.load(), LaunchControlError);
-    EXPECT_THROW(agent.unload(), LaunchControlError);
-    fake->setListing("31\t0\tcom.example.shared\n");
-    EXPECT_EQ(agent.status(), AgentStatus::running(31));
-    agent.start();
-    EXPECT_EQ(fake->calls(2).back(), "start|com.example.shared");
-    LaunchControl::shared().write(agent);
-    EXPECT_EQ(agent.url, folder / "com.example.shared.plist");
-    agent.load();
-    EXPECT_EQ(fake->calls(3).back(), "load|" + agent.url->string());
+    const std::vector<std::tuple<std::string, std::string, AgentStatus>> rows = {
+        {"\n-\n\r\n", "", AgentStatus::loaded()},
+        {"-12\n", "", AgentStatus::running(-12)},
+        {"+12\n", "", AgentStatus::running(12)},
+        {"\u202877\u0085", "", AgentStatus::running(77)}, // Unicode line ends count as line ends
+        {"\n\n", "", AgentStatus::unloaded()},
+        {"\xff\n", "12\t0\tjob\n", AgentStatus::unloaded()}, // not UTF-8
+        // White space other than line ends stays, so " 12" is no number; the exact line decides.
+        {" 12\n", " 12\t0\tother\n", AgentStatus::unloaded()},
+        {"PID\n", "PID\tStatus\tjob\n", AgentStatus::loaded()},
+        {"99999999999999999999\n", "", AgentStatus::unloaded()},
+    };
+    for (const auto& [cut, grep, status] : rows) {
+        EXPECT_EQ(LaunchControl::statusFromListing(cut, grep, "job"), status) << cut;
+    }
 }
 
 } // namespace

@@ -12,6 +12,8 @@
 namespace varnoth::test {
 namespace {
 
+using Lines = std::vector<std::string>;
+
 std::string fileText(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream content;
@@ -24,6 +26,10 @@ protected:
     void SetUp() override {
         AgentTest::SetUp();
         useExecutable(root() / "Varnoth Brelvane Agent.app/Contents/MacOS/Varnoth Brelvane Agent");
+        LaunchControl::Options options;
+        options.launchAgentsFolder = folder = root() / "home/Library/LaunchAgents";
+        options.launchctl = root() / "no-launchctl"; // the running session must not be touched
+        control.setOptions(options);
     }
 
     void useExecutable(const std::filesystem::path& executable) {
@@ -35,6 +41,9 @@ protected:
     std::filesystem::path autostartEntry() const {
         return root() / "home/.config/autostart/com.varnoth.brelvane-agent.desktop";
     }
+
+    std::filesystem::path folder;
+    LaunchControl control;
 };
 
 TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
@@ -44,21 +53,28 @@ TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
     EXPECT_TRUE(item.remove()); // nothing there is no failure
 
     ASSERT_TRUE(item.install());
-    EXPECT_EQ(fileText(autostartEntry()), "[Desktop Entry]\n"
-                                          "Type=Application\n"
-                                          "Name=Varnoth Brelvane Agent\n"
-                                          "Exec=\"" +
-                                              (root() / "Varnoth Brelvane Agent.app/Contents/MacOS/"
-                                                        "Varnoth Brelvane Agent")
-                                                  .string() +
-                                              "\"\n"
-                                              "Terminal=false\n"
-                                              "X-GNOME-Autostart-enabled=true\n");
+    ASSERT_TRUE(item.install()); // again: replaced, not duplicated
+    const std::string ours = fileText(autostartEntry());
+    EXPECT_EQ(ours, "[Desktop Entry]\nType=Application\nName=Varnoth Brelvane Agent\nExec=\"" +
+                        Platform::bundle().executablePath.string() +
+                        "\"\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
     EXPECT_TRUE(item.isInstalled());
     // Written through a temporary file that is gone afterwards.
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(autostartEntry().parent_path()), {}), 1);
 
-    ASSERT_TRUE(item.install()); // again: replaced, not duplicated
+    // Entries that would not start this agent at login do not count.
+    for (const std::string& other :
+         {ours + "Hidden=true\n",
+          text::replaceAll(ours, "X-GNOME-Autostart-enabled=true", "X-GNOME-Autostart-enabled=false"),
+          std::string("[Desktop Entry]\nType=Application\nName=x\nExec=/usr/bin/other\n"),
+          "[Other Group]\nExec=\"" + Platform::bundle().executablePath.string() + "\"\n"}) {
+        writeFile(autostartEntry(), other);
+        EXPECT_FALSE(item.isInstalled()) << other;
+    }
+    useExecutable(root() / "moved/agent");
+    writeFile(autostartEntry(), ours);
+    EXPECT_FALSE(item.isInstalled()); // the entry still names the old place
+    ASSERT_TRUE(item.install());
     EXPECT_TRUE(item.isInstalled());
 
     ASSERT_TRUE(item.remove());
@@ -67,37 +83,14 @@ TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
     EXPECT_TRUE(logLines().empty());
 }
 
-TEST_F(LoginItemTest, AutostartEntryThatWouldNotStartThisAgentIsNotInstalled) {
-    XdgAutostartLoginItem item;
-    ASSERT_TRUE(item.install());
-    const std::string ours = fileText(autostartEntry());
-
-    writeFile(autostartEntry(), ours + "Hidden=true\n");
-    EXPECT_FALSE(item.isInstalled());
-    writeFile(autostartEntry(),
-              text::replaceAll(ours, "X-GNOME-Autostart-enabled=true", "X-GNOME-Autostart-enabled=false"));
-    EXPECT_FALSE(item.isInstalled());
-    writeFile(autostartEntry(), "[Desktop Entry]\nType=Application\nName=x\nExec=/usr/bin/other\n");
-    EXPECT_FALSE(item.isInstalled());
-    writeFile(autostartEntry(),
-              "[Other Group]\nExec=\"" + Platform::bundle().executablePath.string() + "\"\n");
-    EXPECT_FALSE(item.isInstalled());
-
-    useExecutable(root() / "moved/agent");
-    writeFile(autostartEntry(), ours);
-    EXPECT_FALSE(item.isInstalled()); // the entry still names the old place
-    ASSERT_TRUE(item.install());
-    EXPECT_TRUE(item.isInstalled());
-}
-
 TEST_F(LoginItemTest, ExecQuotesEveryReservedCharacter) {
     const std::filesystem::path tricky = "/opt/My Apps/a\"b$c\\d%e`f";
     // Quoting escapes " $ \ ` with a backslash and doubles %; the key file then doubles every backslash.
     EXPECT_EQ(XdgAutostartLoginItem::execValue(tricky), R"("/opt/My Apps/a\\"b\\$c\\\\d%%e\\`f")");
     EXPECT_EQ(XdgAutostartLoginItem::execArguments(XdgAutostartLoginItem::execValue(tricky)),
-              std::vector<std::string>{tricky.string()});
+              Lines{tricky.string()});
     EXPECT_EQ(XdgAutostartLoginItem::execArguments("/usr/bin/foo --bar %U"),
-              (std::vector<std::string>{"/usr/bin/foo", "--bar", "%U"}));
+              (Lines{"/usr/bin/foo", "--bar", "%U"}));
     EXPECT_EQ(XdgAutostartLoginItem::execArguments("\"/opt/unterminated"), std::nullopt);
 
     useExecutable(tricky);
@@ -106,103 +99,66 @@ TEST_F(LoginItemTest, ExecQuotesEveryReservedCharacter) {
     EXPECT_TRUE(item.isInstalled());
 }
 
-TEST_F(LoginItemTest, AutostartFailuresAreLoggedNotThrown) {
-    XdgAutostartLoginItem item;
+TEST_F(LoginItemTest, FailuresAreLoggedNotThrown) {
+    XdgAutostartLoginItem autostart;
     writeFile(root() / "home/.config/autostart", "a file where the folder belongs");
-    EXPECT_FALSE(item.install());
-    ASSERT_EQ(logLines().size(), 1U);
-    EXPECT_EQ(
-        logLines()[0].rfind("Error: couldn't write the login item " + autostartEntry().string() + ": ", 0),
-        0U)
-        << logLines()[0];
+    writeFile(folder, "a file where the folder belongs");
+    EXPECT_FALSE(autostart.install());
+    EXPECT_FALSE(LaunchdLoginItem(control).install());
+    const Lines lines = logLines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].rfind("Error: couldn't write the login item " + autostartEntry().string() + ": ", 0),
+              0U)
+        << lines[0];
+    EXPECT_EQ(lines[1].rfind("Error: couldn't write the login item com.varnoth.brelvane-agent: ", 0), 0U)
+        << lines[1];
 
     clearLog();
     useExecutable("");
-    EXPECT_FALSE(item.install());
+    EXPECT_FALSE(autostart.install());
     EXPECT_EQ(logLines(),
-              std::vector<std::string>{
-                  "Error: cannot add the login item: the bundle has no identifier or executable"});
+              Lines{"Error: cannot add the login item: the bundle has no identifier or executable"});
 }
 
-class LaunchdLoginItemTest : public LoginItemTest {
-protected:
-    void SetUp() override {
-        LoginItemTest::SetUp();
-        LaunchControl::Options options;
-        options.launchAgentsFolder = folder = root() / "home/Library/LaunchAgents";
-        options.launchctl = root() / "no-launchctl"; // the running session must not be touched
-        control.setOptions(options);
-    }
-
-    std::filesystem::path folder;
-    LaunchControl control;
-};
-
-TEST_F(LaunchdLoginItemTest, JobRecordStartsTheExecutableAtLogin) {
+TEST_F(LoginItemTest, JobRecordStartsTheExecutableAtLogin) {
     LaunchdLoginItem item(control);
     EXPECT_FALSE(item.isInstalled()); // no folder yet
     EXPECT_TRUE(item.remove());
 
-    ASSERT_TRUE(item.install()); // creates the folder
-    const auto path = folder / "com.varnoth.brelvane-agent.plist";
-    const std::string xml = fileText(path);
-    EXPECT_EQ(rootKeys(xml), (std::vector<std::string>{"Label", "Program", "RunAtLoad"}));
-    const LaunchAgent written = control.read(path);
-    EXPECT_EQ(written.label, "com.varnoth.brelvane-agent");
-    EXPECT_EQ(written.program(), Platform::bundle().executablePath.string());
-    EXPECT_EQ(written.runAtLoad, true);
-    EXPECT_TRUE(item.isInstalled());
-
-    ASSERT_TRUE(item.remove());
-    EXPECT_FALSE(std::filesystem::exists(path));
-    EXPECT_FALSE(item.isInstalled());
-}
-
-TEST_F(LaunchdLoginItemTest, OnlyAnEnabledRecordOfThisExecutableCounts) {
-    LaunchdLoginItem item(control);
-    ASSERT_TRUE(item.install());
-    LaunchAgent agent = LaunchdLoginItem::record();
-    agent.disabled = true;
-    control.write(agent);
-    EXPECT_FALSE(item.isInstalled());
-    agent.disabled.reset();
-    agent.runAtLoad = false;
-    control.write(agent);
-    EXPECT_FALSE(item.isInstalled());
-    agent.runAtLoad = true;
-    agent.setProgramArguments(
-        std::vector<std::string>{Platform::bundle().executablePath.string(), "--hidden"});
-    control.write(agent);
-    EXPECT_TRUE(item.isInstalled());
-    agent.setProgram("/Applications/Old.app/Contents/MacOS/Old");
-    control.write(agent);
-    EXPECT_FALSE(item.isInstalled());
-}
-
-TEST_F(LaunchdLoginItemTest, EveryFileOfTheLabelGoesOthersStay) {
+    // Other files of the label go when the item is installed; files of other labels and junk stay.
     std::filesystem::create_directories(folder);
     writeFile(folder / "copy.plist", xmlPlist("<key>Label</key><string>com.varnoth.brelvane-agent</string>"));
     writeFile(folder / "other.plist", xmlPlist("<key>Label</key><string>com.example.other</string>"));
     writeFile(folder / "junk.plist", "junk");
-
-    LaunchdLoginItem item(control);
     ASSERT_TRUE(item.install());
     EXPECT_FALSE(std::filesystem::exists(folder / "copy.plist"));
+    const auto path = folder / "com.varnoth.brelvane-agent.plist";
+    const std::string executable = Platform::bundle().executablePath.string();
+    LaunchAgent expected("com.varnoth.brelvane-agent", {executable});
+    expected.runAtLoad = true;
+    expected.url = path;
+    EXPECT_EQ(control.read(path), expected);
     EXPECT_TRUE(item.isInstalled());
+
+    // Only an enabled record that starts this executable at load counts.
+    const auto installedWith = [&](auto change) {
+        LaunchAgent agent = LaunchdLoginItem::record();
+        change(agent);
+        control.write(agent);
+        return item.isInstalled();
+    };
+    EXPECT_FALSE(installedWith([](LaunchAgent& agent) { agent.disabled = true; }));
+    EXPECT_FALSE(installedWith([](LaunchAgent& agent) { agent.runAtLoad = false; }));
+    EXPECT_TRUE(installedWith([&](LaunchAgent& agent) {
+        agent.setProgramArguments(Lines{executable, "-x"});
+    }));
+    EXPECT_FALSE(installedWith([](LaunchAgent& agent) { agent.setProgram("/Applications/Old.app/Old"); }));
+
     ASSERT_TRUE(item.remove());
-    EXPECT_FALSE(std::filesystem::exists(folder / "com.varnoth.brelvane-agent.plist"));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_FALSE(item.isInstalled());
     EXPECT_TRUE(std::filesystem::exists(folder / "other.plist"));
     EXPECT_TRUE(std::filesystem::exists(folder / "junk.plist"));
-}
-
-TEST_F(LaunchdLoginItemTest, WriteFailureIsLogged) {
-    writeFile(folder, "a file where the folder belongs");
-    LaunchdLoginItem item(control);
-    EXPECT_FALSE(item.install());
-    ASSERT_EQ(logLines().size(), 1U);
-    EXPECT_EQ(logLines()[0].rfind("Error: couldn't write the login item com.varnoth.brelvane-agent: ", 0), 0U)
-        << logLines()[0];
-    EXPECT_FALSE(item.isInstalled());
 }
 
 } // namespace

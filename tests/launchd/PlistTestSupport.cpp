@@ -1,7 +1,7 @@
 #include "tests/launchd/PlistTestSupport.h"
 
-#include <cstdlib>
-#include <memory>
+#include <regex>
+#include <sstream>
 
 namespace varnoth::test {
 
@@ -13,22 +13,34 @@ std::string xmlPlist(const std::string& dictionaryBody) {
            dictionaryBody + "\n</dict>\n</plist>\n";
 }
 
-std::vector<std::string> rootKeys(const std::string& bytes) {
-    const PlistNode root = PropertyListDecoder::parse(bytes);
+std::vector<std::string> rootKeys(const std::string& xml) {
+    // The writer indents the root dictionary's keys by one tab, nested ones by more.
+    static const std::regex rootKey("\n\t<key>([^<]*)</key>");
     std::vector<std::string> keys;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(root.get(), &iterator);
-    const std::unique_ptr<void, decltype(&std::free)> iteratorOwner(iterator, &std::free);
-    while (true) {
-        char* key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(root.get(), iterator, &key, &value);
-        const std::unique_ptr<char, decltype(&std::free)> keyOwner(key, &std::free);
-        if (value == nullptr) {
-            return keys;
-        }
-        keys.emplace_back(key);
+    for (std::sregex_iterator match(xml.begin(), xml.end(), rootKey), end; match != end; ++match) {
+        keys.push_back((*match)[1]);
     }
+    return keys;
+}
+
+const std::vector<std::string>& jobRecordKeys() {
+    static const std::vector<std::string> keys = [] {
+        std::istringstream names(
+            "Label Disabled EnableGlobbing Program ProgramArguments WorkingDirectory StandardInPath "
+            "StandardOutPath StandardErrorPath EnvironmentVariables RunAtLoad StartInterval "
+            "StartCalendarInterval StartOnMount OnDemand KeepAlive WatchPaths QueueDirectories Umask "
+            "SessionCreate GroupName UserName InitGroups RootDirectory LaunchOnlyOnce LimitLoadToSessionType "
+            "LimitLoadToHosts LimitLoadFromHosts AbandonProcessGroup EnablePressuredExit EnableTransactions "
+            "ExitTimeOut inetdCompatibility HardResourceLimits SoftResourceLimits TimeOut ThrottleInterval "
+            "MachServices Debug WaitForDebugger LegacyTimers LowPriorityIO LowPriorityBackgroundIO Nice "
+            "ProcessType");
+        std::vector<std::string> all;
+        for (std::string name; names >> name;) {
+            all.push_back(name);
+        }
+        return all;
+    }();
+    return keys;
 }
 
 } // namespace varnoth::test
