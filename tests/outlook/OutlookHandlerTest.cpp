@@ -9,10 +9,14 @@ namespace {
 using Lines = std::vector<std::string>;
 using Selectors = std::vector<std::string>;
 using Selector = AppleScriptProtocol::Selector;
+using Message = RecordingScriptHost::Message;
 using Action = SignatureAction;
 
 const std::string newName = "Default New Email Signature";
 const std::string replyName = "Default Reply Forward Email Signature";
+const Lines noOutlook{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
+                      "Getting default Outlook account name",
+                      "Error: cannot get default Outlook account name"};
 
 class OutlookHandlerTest : public AgentTest {
 protected:
@@ -38,108 +42,71 @@ protected:
     RecordingScriptHost script;
 };
 
-// --- construction, version and default account
-
-TEST_F(OutlookHandlerTest, WithoutAScriptConstructionLogsFourLinesAndEveryOperationFailsCleanly) {
+TEST_F(OutlookHandlerTest, WithoutAScriptConstructionLogsFourLinesAndTheHandlerFailsCleanly) {
     script.scriptAvailable = false;
     OutlookHandler handler;
-    EXPECT_EQ(logLines(), (Lines{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
-                                 "Getting default Outlook account name",
-                                 "Error: cannot get default Outlook account name"}));
+    EXPECT_EQ(logLines(), noOutlook);
     EXPECT_FALSE(OutlookHandler::defaultAccount);
     EXPECT_EQ(script.loads, 1);
 
     clearLog();
     EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("x"));
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("x"));
-    EXPECT_FALSE(handler.createDefaultNewSignature("x"));
-    EXPECT_FALSE(handler.createDefaultReplySignature("x"));
-    handler.deleteDefaultNewSignature();
-    handler.deleteDefaultReplySignature();
-    EXPECT_FALSE(handler.createSignature("Team", "x"));
-    handler.deleteSignature("Team");
-    handler.deleteSignatures();
     OutlookHandler::defaultAccount = "user@example.com";
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::change, Action::change));
-    EXPECT_EQ(
-        logLines(),
-        (Lines{"Error: cannot get default Outlook signature", "Error: cannot get default Outlook signature",
-               "Creating default new email signature", "Error: failed to create default new email signature",
-               "Creating default reply forward signature",
-               "Error: failed to create default reply forward signature",
-               "Error: cannot delete default new email signature",
-               "Error: cannot delete default reply forward email signature", "Creating signature Team",
-               "Error: failed to create signature Team", "Error: cannot delete signature Team",
-               "Removing signatures", "Error: couldn't remove email signatures", "Applying default signature",
-               "Error: failed to apply signatures"}));
+    EXPECT_EQ(logLines(), (Lines{"Error: cannot get default Outlook signature",
+                                 "Error: cannot get default Outlook signature", "Applying default signature",
+                                 "Error: failed to apply signatures"}));
     EXPECT_TRUE(script.messages.empty());
 }
 
-TEST_F(OutlookHandlerTest, VersionLineAndTheDefaultAccountLearnedOncePerProcess) {
-    OutlookHandler first;
-    EXPECT_EQ(logLines(), (Lines{"Outlook 16.80 is installed", "Getting default Outlook account name",
-                                 "Successfully got default Outlook account name: user@example.com"}));
-    EXPECT_EQ(script.selectors(), (Selectors{"getVersion", "getDefaultAccount"}));
-    EXPECT_EQ(OutlookHandler::defaultAccount, "user@example.com");
-
-    // A later change in Outlook is not seen: the first account stays for the life of the process.
-    script.account = "other@example.com";
-    clearLog();
-    script.messages.clear();
-    OutlookHandler second;
-    EXPECT_EQ(logLines(), Lines{"Outlook 16.80 is installed"});
-    EXPECT_EQ(script.selectors(), Selectors{"getVersion"});
-    EXPECT_EQ(OutlookHandler::defaultAccount, "user@example.com");
-    EXPECT_EQ(script.loads, 2);
-}
-
-TEST_F(OutlookHandlerTest, EmptyOrFailedAnswersCountAsMissing) {
+TEST_F(OutlookHandlerTest, DefaultAccountIsAskedForUntilKnownAndThenKeptForTheProcess) {
+    // Empty text, no text and a failed message all count as missing; the next handler asks again.
     script.answer(Selector::getVersion, "");
     script.account = "";
-    OutlookHandler first;
-    EXPECT_EQ(logLines(), (Lines{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
-                                 "Getting default Outlook account name",
-                                 "Error: cannot get default Outlook account name"}));
-    EXPECT_FALSE(OutlookHandler::defaultAccount);
-
-    // Absent text reads as empty; a failed message as no answer. The next handler asks again.
+    OutlookHandler{};
     script.replies[std::string(Selector::getVersion)] = ScriptReply::nothing();
     script.fail(Selector::getDefaultAccount);
-    clearLog();
-    OutlookHandler second;
-    EXPECT_EQ(logLines(), (Lines{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
-                                 "Getting default Outlook account name",
-                                 "Error: cannot get default Outlook account name"}));
+    OutlookHandler{};
+    Lines twice = noOutlook;
+    twice.insert(twice.end(), noOutlook.begin(), noOutlook.end());
+    EXPECT_EQ(logLines(), twice);
+    EXPECT_FALSE(OutlookHandler::defaultAccount);
 
     script.replies.clear();
     script.failing.clear();
-    script.account = "late@example.com";
-    OutlookHandler third;
-    EXPECT_EQ(OutlookHandler::defaultAccount, "late@example.com");
-    EXPECT_EQ(third.getVersion(), "16.80");
-}
+    script.account = "user@example.com";
+    clearLog();
+    OutlookHandler{};
+    EXPECT_EQ(logLines(), (Lines{"Outlook 16.80 is installed", "Getting default Outlook account name",
+                                 "Successfully got default Outlook account name: user@example.com"}));
 
-// --- needs-update comparison
+    // A later change in Outlook is not seen: the first account stays for the life of the process.
+    script.account = "other@example.com";
+    script.messages.clear();
+    clearLog();
+    OutlookHandler{};
+    EXPECT_EQ(logLines(), Lines{"Outlook 16.80 is installed"});
+    EXPECT_EQ(script.selectors(), Selectors{"getVersion"});
+    EXPECT_EQ(OutlookHandler::defaultAccount, "user@example.com");
+}
 
 TEST_F(OutlookHandlerTest, NeedsUpdateComparesWithOutlooksDefaultByCanonicalEquivalence) {
     OutlookHandler handler = readyHandler();
     script.signatures[newName] = "<p>Jos\u00E9 Garc\u00EDa</p>";
     script.signatures[replyName] = "<p>Regards</p>\n";
-
     EXPECT_FALSE(handler.defaultNewSignatureNeedsUpdate("<p>Jos\u00E9 Garc\u00EDa</p>"));
     EXPECT_FALSE(handler.defaultNewSignatureNeedsUpdate("<p>Jose\u0301 Garci\u0301a</p>")); // decomposed
     EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>Jos\u00E9  Garc\u00EDa</p>"));   // white space
     EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>jos\u00E9 garc\u00EDa</p>"));    // case
     EXPECT_FALSE(handler.defaultReplySignatureNeedsUpdate("<p>Regards</p>\n"));
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>Regards</p>")); // no trimming
-    EXPECT_EQ(logLines(), (Lines{"Default new email signature needs update: false",
-                                 "Default new email signature needs update: false",
-                                 "Default new email signature needs update: true",
-                                 "Default new email signature needs update: true",
-                                 "Default reply forward email signature needs update: false",
-                                 "Default reply forward email signature needs update: true"}));
-    EXPECT_EQ(script.messages.front(), (RecordingScriptHost::Message{"getSignature:", {newName}}));
-    EXPECT_EQ(script.messages.back(), (RecordingScriptHost::Message{"getSignature:", {replyName}}));
+    const std::string line = "Default new email signature needs update: ";
+    const std::string reply = "Default reply forward email signature needs update: ";
+    EXPECT_EQ(logLines(), (Lines{line + "false", line + "false", line + "true", line + "true",
+                                 reply + "false", reply + "true"}));
+    EXPECT_EQ(script.messages.front(), (Message{"getSignature:", {newName}}));
+    EXPECT_EQ(script.messages.back(), (Message{"getSignature:", {replyName}}));
 
     // A default that cannot be read must be written.
     script.fail(Selector::getSignature);
@@ -149,104 +116,85 @@ TEST_F(OutlookHandlerTest, NeedsUpdateComparesWithOutlooksDefaultByCanonicalEqui
 }
 
 TEST_F(OutlookHandlerTest, CanonicalEquivalenceIsNotCompatibilityEquivalence) {
-    EXPECT_TRUE(OutlookHandler::canonicallyEqual("\u00E9", "e\u0301"));
-    EXPECT_TRUE(OutlookHandler::canonicallyEqual("\u212B", "\u00C5"));               // Angstrom sign
-    EXPECT_TRUE(OutlookHandler::canonicallyEqual("a\u0323\u0307", "a\u0307\u0323")); // mark order
-    EXPECT_FALSE(OutlookHandler::canonicallyEqual("\uFB01", "fi"));                  // ligature
-    EXPECT_FALSE(OutlookHandler::canonicallyEqual("e", "e\u0301"));
-    EXPECT_FALSE(OutlookHandler::canonicallyEqual(std::string("a\0b", 3), "a"));
-    // Text that is not UTF-8 is only equal to itself.
-    EXPECT_TRUE(OutlookHandler::canonicallyEqual("\xFF\xFE", "\xFF\xFE"));
-    EXPECT_FALSE(OutlookHandler::canonicallyEqual("\xFF", "\xFE"));
+    using Pairs = std::vector<std::pair<std::string, std::string>>;
+    // Precomposed and decomposed, the Angstrom sign, marks in either order; text that is not UTF-8
+    // equals only itself.
+    for (const auto& [a, b] : Pairs{{"\u00E9", "e\u0301"},
+                                    {"\u212B", "\u00C5"},
+                                    {"a\u0323\u0307", "a\u0307\u0323"},
+                                    {"\xFF\xFE", "\xFF\xFE"}}) {
+        EXPECT_TRUE(OutlookHandler::canonicallyEqual(a, b)) << a << " / " << b;
+    }
+    // A ligature (only compatibility-equal), a lone base letter, a NUL tail, other bytes.
+    for (const auto& [a, b] :
+         Pairs{{"\uFB01", "fi"}, {"e", "e\u0301"}, {std::string("a\0b", 3), "a"}, {"\xFF", "\xFE"}}) {
+        EXPECT_FALSE(OutlookHandler::canonicallyEqual(a, b)) << a << " / " << b;
+    }
 }
-
-// --- create and delete
 
 struct OperationCase {
     const char* title;
     std::function<void(OutlookHandler&)> call;
-    RecordingScriptHost::Message message;
-    Lines succeeded;
-    Lines failed;
+    Message message;
+    Lines succeeded; // the last line is replaced by failure when the operation fails
+    std::string failure;
 };
 
 TEST_F(OutlookHandlerTest, EachOperationSendsItsMessageAndLogsItsLinesOrItsFailure) {
     const std::string html = "<p class=\"x\">'quoted' \u2014 \"twice\"\nsecond line</p>";
     const std::vector<OperationCase> cases = {
-        {"createDefaultNewSignature",
-         [&](OutlookHandler& h) { h.createDefaultNewSignature(html); },
-         {"createSignature:content:", {newName, html}},
-         {"Creating default new email signature", "Created default new email signature successfully"},
-         {"Creating default new email signature", "Error: failed to create default new email signature"}},
-        {"createDefaultReplySignature",
-         [&](OutlookHandler& h) { h.createDefaultReplySignature(html); },
-         {"createSignature:content:", {replyName, html}},
-         {"Creating default reply forward signature", "Created default reply forward signature"},
-         {"Creating default reply forward signature",
-          "Error: failed to create default reply forward signature"}},
-        {"deleteDefaultNewSignature",
-         [](OutlookHandler& h) { h.deleteDefaultNewSignature(); },
-         {"deleteSignature:", {newName}},
-         {"Default new email signature deleted"},
-         {"Error: cannot delete default new email signature"}},
-        {"deleteDefaultReplySignature",
-         [](OutlookHandler& h) { h.deleteDefaultReplySignature(); },
-         {"deleteSignature:", {replyName}},
-         {"Default reply forward email signature deleted"},
-         {"Error: cannot delete default reply forward email signature"}},
-        {"createSignature",
-         [&](OutlookHandler& h) { h.createSignature("a/b \"c\"", html); },
-         {"createSignature:content:", {"a/b \"c\"", html}},
-         {"Creating signature a/b \"c\"", "Created signature a/b \"c\" successfully"},
-         {"Creating signature a/b \"c\"", "Error: failed to create signature a/b \"c\""}},
-        {"createSignature with empty texts",
-         [](OutlookHandler& h) { h.createSignature("", ""); },
-         {"createSignature:content:", {"", ""}},
-         {"Creating signature ", "Created signature  successfully"},
-         {"Creating signature ", "Error: failed to create signature "}},
-        {"deleteSignature",
-         [](OutlookHandler& h) { h.deleteSignature("Old"); },
-         {"deleteSignature:", {"Old"}},
-         {"Email signature Old deleted"},
-         {"Error: cannot delete signature Old"}},
-        {"deleteSignatures",
-         [](OutlookHandler& h) { h.deleteSignatures(); },
-         {"deleteSignatures", {}},
-         {"Removing signatures", "Email signatures removed successfully"},
-         {"Removing signatures", "Error: couldn't remove email signatures"}},
+        {"createDefaultNewSignature", [&](OutlookHandler& h) { h.createDefaultNewSignature(html); },
+         Message{"createSignature:content:", {newName, html}},
+         Lines{"Creating default new email signature", "Created default new email signature successfully"},
+         "Error: failed to create default new email signature"},
+        {"createDefaultReplySignature", [&](OutlookHandler& h) { h.createDefaultReplySignature(html); },
+         Message{"createSignature:content:", {replyName, html}},
+         Lines{"Creating default reply forward signature", "Created default reply forward signature"},
+         "Error: failed to create default reply forward signature"},
+        {"deleteDefaultNewSignature", [](OutlookHandler& h) { h.deleteDefaultNewSignature(); },
+         Message{"deleteSignature:", {newName}}, Lines{"Default new email signature deleted"},
+         "Error: cannot delete default new email signature"},
+        {"deleteDefaultReplySignature", [](OutlookHandler& h) { h.deleteDefaultReplySignature(); },
+         Message{"deleteSignature:", {replyName}}, Lines{"Default reply forward email signature deleted"},
+         "Error: cannot delete default reply forward email signature"},
+        {"createSignature", [&](OutlookHandler& h) { h.createSignature("a/b \"c\"", html); },
+         Message{"createSignature:content:", {"a/b \"c\"", html}},
+         Lines{"Creating signature a/b \"c\"", "Created signature a/b \"c\" successfully"},
+         "Error: failed to create signature a/b \"c\""},
+        {"createSignature with empty texts", [](OutlookHandler& h) { h.createSignature("", ""); },
+         Message{"createSignature:content:", {"", ""}},
+         Lines{"Creating signature ", "Created signature  successfully"},
+         "Error: failed to create signature "},
+        {"deleteSignature", [](OutlookHandler& h) { h.deleteSignature("Old"); },
+         Message{"deleteSignature:", {"Old"}}, Lines{"Email signature Old deleted"},
+         "Error: cannot delete signature Old"},
+        {"deleteSignatures", [](OutlookHandler& h) { h.deleteSignatures(); }, Message{"deleteSignatures", {}},
+         Lines{"Removing signatures", "Email signatures removed successfully"},
+         "Error: couldn't remove email signatures"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.title);
         OutlookHandler handler = readyHandler();
         test.call(handler);
         EXPECT_EQ(logLines(), test.succeeded);
-        EXPECT_EQ(script.messages, std::vector<RecordingScriptHost::Message>{test.message});
+        EXPECT_EQ(script.messages, std::vector<Message>{test.message});
 
-        // The same message failing on the script's side is the operation's failure.
-        clearLog();
-        script.messages.clear();
-        script.fail(test.message.selector);
-        test.call(handler);
-        EXPECT_EQ(logLines(), test.failed);
-        EXPECT_EQ(script.messages, std::vector<RecordingScriptHost::Message>{test.message});
+        // The message failing on the script's side, or no script at all, is the operation's failure.
+        Lines failed = test.succeeded;
+        failed.back() = test.failure;
+        for (const bool scriptAvailable : {true, false}) {
+            clearLog();
+            script.messages.clear();
+            script.fail(test.message.selector);
+            script.scriptAvailable = scriptAvailable;
+            test.call(handler);
+            EXPECT_EQ(logLines(), failed);
+            EXPECT_EQ(script.messages.size(), scriptAvailable ? 1u : 0u);
+        }
         script.failing.clear();
+        script.scriptAvailable = true;
     }
 }
-
-TEST_F(OutlookHandlerTest, CreateReportsDeliveryAndTheSignatureReadsBackTheSame) {
-    OutlookHandler handler = readyHandler();
-    EXPECT_TRUE(handler.createDefaultNewSignature("<b>new</b>"));
-    EXPECT_TRUE(handler.createDefaultReplySignature("<b>reply</b>"));
-    EXPECT_TRUE(handler.createSignature("Extra", "<i>extra</i>"));
-    EXPECT_FALSE(handler.defaultNewSignatureNeedsUpdate("<b>new</b>"));
-    EXPECT_FALSE(handler.defaultReplySignatureNeedsUpdate("<b>reply</b>"));
-    script.fail(Selector::createSignature);
-    EXPECT_FALSE(handler.createDefaultNewSignature("<b>newer</b>"));
-    EXPECT_FALSE(handler.createSignature("Extra", "<i>newer</i>"));
-    EXPECT_EQ(script.signatures["Extra"], "<i>extra</i>");
-}
-
-// --- applying the defaults
 
 struct ApplyCase {
     Action newAction, replyAction;
@@ -255,35 +203,32 @@ struct ApplyCase {
 };
 
 TEST_F(OutlookHandlerTest, ApplySendsTheMessagesOfItsActionsToOneObjectWithTheAccount) {
-    const Lines setBoth{"Automation will set both signatures"},
-        removeBoth{"Automation will remove both signatures"};
     const std::string setNew = "Automation will set new signature",
                       removeNew = "Automation will remove new signature",
                       setReply = "Automation will set reply signature",
                       removeReply = "Automation will remove reply signature";
+    const std::string applyNew = "applyDefaultNewSignatureFor:", noneNew = "applyNoneDefaultNewSignatureFor:",
+                      applyReply = "applyDefaultReplySignatureFor:",
+                      noneReply = "applyNoneDefaultReplySignatureFor:";
+    const auto change = Action::change, clear = Action::clear, undefined = Action::undefined,
+               keep = Action::dontchange;
     const std::vector<ApplyCase> cases = {
-        {Action::change, Action::change, setBoth, {"applySignaturesFor:"}},
-        {Action::clear, Action::clear, removeBoth, {"applyNoneSignaturesFor:"}},
-        {Action::change,
-         Action::clear,
-         {setNew, removeReply},
-         {"applyDefaultNewSignatureFor:", "applyNoneDefaultReplySignatureFor:"}},
-        {Action::clear,
-         Action::change,
-         {removeNew, setReply},
-         {"applyNoneDefaultNewSignatureFor:", "applyDefaultReplySignatureFor:"}},
-        {Action::change, Action::undefined, {setNew}, {"applyDefaultNewSignatureFor:"}},
-        {Action::change, Action::dontchange, {setNew}, {"applyDefaultNewSignatureFor:"}},
-        {Action::clear, Action::undefined, {removeNew}, {"applyNoneDefaultNewSignatureFor:"}},
-        {Action::clear, Action::dontchange, {removeNew}, {"applyNoneDefaultNewSignatureFor:"}},
-        {Action::undefined, Action::change, {setReply}, {"applyDefaultReplySignatureFor:"}},
-        {Action::dontchange, Action::change, {setReply}, {"applyDefaultReplySignatureFor:"}},
-        {Action::undefined, Action::clear, {removeReply}, {"applyNoneDefaultReplySignatureFor:"}},
-        {Action::dontchange, Action::clear, {removeReply}, {"applyNoneDefaultReplySignatureFor:"}},
-        {Action::undefined, Action::undefined, {}, {}},
-        {Action::undefined, Action::dontchange, {}, {}},
-        {Action::dontchange, Action::undefined, {}, {}},
-        {Action::dontchange, Action::dontchange, {}, {}},
+        {change, change, Lines{"Automation will set both signatures"}, Selectors{"applySignaturesFor:"}},
+        {clear, clear, Lines{"Automation will remove both signatures"}, Selectors{"applyNoneSignaturesFor:"}},
+        {change, clear, Lines{setNew, removeReply}, Selectors{applyNew, noneReply}},
+        {clear, change, Lines{removeNew, setReply}, Selectors{noneNew, applyReply}},
+        {change, undefined, Lines{setNew}, Selectors{applyNew}},
+        {change, keep, Lines{setNew}, Selectors{applyNew}},
+        {clear, undefined, Lines{removeNew}, Selectors{noneNew}},
+        {clear, keep, Lines{removeNew}, Selectors{noneNew}},
+        {undefined, change, Lines{setReply}, Selectors{applyReply}},
+        {keep, change, Lines{setReply}, Selectors{applyReply}},
+        {undefined, clear, Lines{removeReply}, Selectors{noneReply}},
+        {keep, clear, Lines{removeReply}, Selectors{noneReply}},
+        {undefined, undefined, Lines{}, Selectors{}},
+        {undefined, keep, Lines{}, Selectors{}},
+        {keep, undefined, Lines{}, Selectors{}},
+        {keep, keep, Lines{}, Selectors{}},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(testing::Message()
@@ -303,21 +248,15 @@ TEST_F(OutlookHandlerTest, ApplySendsTheMessagesOfItsActionsToOneObjectWithTheAc
     }
 }
 
-TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountOrAScriptAndStopsAtAFailedMessage) {
+TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountAndStopsAtAFailedMessage) {
     script.account = "";
     OutlookHandler handler = readyHandler();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::dontchange, Action::dontchange));
     EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Error: failed to apply signatures"}));
     EXPECT_TRUE(script.messages.empty());
 
-    OutlookHandler::defaultAccount = "user@example.com";
-    script.scriptAvailable = false;
-    clearLog();
-    EXPECT_FALSE(handler.applyDefaultSignatures(Action::change, Action::change));
-    EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Error: failed to apply signatures"}));
-
     // Outlook failing on the first of two messages: the second is not attempted.
-    script.scriptAvailable = true;
+    OutlookHandler::defaultAccount = "user@example.com";
     script.fail(Selector::applyNoneDefaultNewSignatureFor);
     clearLog();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::clear, Action::change));

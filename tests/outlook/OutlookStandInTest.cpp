@@ -17,6 +17,8 @@ using Action = SignatureAction;
 
 const std::string newName = "Default New Email Signature";
 const std::string replyName = "Default Reply Forward Email Signature";
+const char* const variables[] = {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT",
+                                 "VARNOTH_OUTLOOK_VERSION"};
 
 // The stand-in's store in the test's own data folder, and the agent's real script resource running
 // the real stand-in program.
@@ -24,8 +26,7 @@ class OutlookStandInTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        for (const char* name :
-             {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT", "VARNOTH_OUTLOOK_VERSION"}) {
+        for (const char* name : variables) {
             if (const char* value = std::getenv(name)) {
                 saved_.emplace_back(name, value);
             }
@@ -43,8 +44,7 @@ protected:
     }
     void TearDown() override {
         OutlookHandler::defaultAccount.reset();
-        for (const char* name :
-             {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT", "VARNOTH_OUTLOOK_VERSION"}) {
+        for (const char* name : variables) {
             unsetenv(name);
         }
         for (const auto& [name, value] : saved_) {
@@ -63,9 +63,8 @@ protected:
     }
 
     ProcessLauncher::Result runStandIn(std::vector<std::string> arguments, std::string input = {}) {
-        PosixProcessLauncher launcher;
-        return launcher.run(
-            {VARNOTH_TEST_STANDIN, std::move(arguments), std::move(input), std::chrono::seconds(30), {}});
+        return PosixProcessLauncher().run(
+            {VARNOTH_TEST_STANDIN, arguments, input, std::chrono::seconds(30), {}});
     }
 
     // Made in SetUp, once HOME and the XDG folders point into the test's own folder.
@@ -86,7 +85,6 @@ TEST_F(OutlookStandInTest, StoreKeepsAnyNameAndContentExactlyAndListsOnlyWholeSi
     }
     for (const auto& name : names) {
         EXPECT_EQ(store.signature(name), "<p>" + name + "</p>" + std::string("\0\r\n", 3)) << name;
-        EXPECT_EQ(OutlookStandInStore::decodeName(OutlookStandInStore::encodeName(name)), name);
         EXPECT_EQ(OutlookStandInStore::encodeName(name).find('/'), std::string::npos);
     }
     // Replacing keeps one signature; leftovers of an interrupted write are not signatures.
