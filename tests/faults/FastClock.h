@@ -7,23 +7,29 @@
 
 namespace varnoth::test {
 
-// Wall time from the virtual main queue, and a steady time that runs a fixed number of times faster
-// than the real one. Read loops that bound themselves by the steady clock then give up after a
-// fraction of their real bound, while the sockets they wait on still run in real time.
+// Wall time from the virtual main queue, and a steady time that can run a number of times faster than
+// the real one. Read loops that bound themselves by the steady clock then give up after a fraction of
+// their real bound, while the sockets they wait on still run in real time.
 class FastClock final : public Clock {
 public:
-    FastClock(const ManualMainQueue& queue, int factor) : queue_(queue), factor_(factor) {}
+    explicit FastClock(const ManualMainQueue& queue) : queue_(queue) {}
 
     std::chrono::system_clock::time_point now() const override { return queue_.now(); }
     std::chrono::steady_clock::time_point steadyNow() const override {
-        const auto real = std::chrono::steady_clock::now() - start_;
-        return start_ + real * factor_;
+        return steadyBase_ + (std::chrono::steady_clock::now() - realBase_) * factor_;
+    }
+    // From now on, steady time runs factor times as fast as real time (1: real time).
+    void setFactor(int factor) {
+        steadyBase_ = steadyNow();
+        realBase_ = std::chrono::steady_clock::now();
+        factor_ = factor;
     }
 
 private:
     const ManualMainQueue& queue_;
-    int factor_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    int factor_ = 1;
+    std::chrono::steady_clock::time_point realBase_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point steadyBase_ = realBase_;
 };
 
 } // namespace varnoth::test

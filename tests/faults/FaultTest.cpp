@@ -66,6 +66,12 @@ void FaultTest::run(AppDelegate& app, bool userInitiated) {
     ASSERT_FALSE(app.updateInProgress());
 }
 
+void FaultTest::runFaulty(AppDelegate& app) {
+    fastClock.setFactor(clockFactor);
+    run(app);
+    fastClock.setFactor(1);
+}
+
 std::filesystem::path FaultTest::storeFolder() const {
     return root() / "home/.local/share/Varnoth/Outlook";
 }

@@ -78,7 +78,7 @@ TEST_F(NetworkFaultTest, ServerRefusingConnections) {
 TEST_F(NetworkFaultTest, AcceptingAndNeverAnswering) {
     ServerProcess silent({"--never-answer"}, goodData().string());
     configure(silent.port());
-    run(app);
+    runFaulty(app);
     EXPECT_EQ(count("Error: reading server response timed out"), 1);
     EXPECT_EQ(count("Successfully sent query to: 127.0.0.1"),
               2); // the log goes into a connection nobody reads
@@ -90,7 +90,7 @@ TEST_F(NetworkFaultTest, AcceptingAndNeverAnswering) {
 TEST_F(NetworkFaultTest, TricklingOneByteASecond) {
     ServerProcess trickle({"--chunks", "4000", "--chunk-pause", "1000"}, goodData().string());
     configure(trickle.port());
-    run(app);
+    runFaulty(app);
     EXPECT_EQ(count("Error: reading server response timed out"), 1);
     expectFailedFetch();
     expectFailureReported(trickle.logFolder(), "Error: reading server response timed out");
@@ -111,7 +111,7 @@ TEST_F(NetworkFaultTest, ClosingMidAnswer) {
         }
     });
     configure(peer.port());
-    run(app);
+    runFaulty(app);
     EXPECT_EQ(count("Error: reading server response timed out"), 1);
     expectFailedFetch();
     for (int waited = 0; peer.connections() < 2 && waited < 100; ++waited) {

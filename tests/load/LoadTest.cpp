@@ -144,7 +144,7 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
     const long peak = serverPeakKilobytes();
     RecordProperty("server_peak_kB", static_cast<int>(peak));
     RecordProperty("server_idle_kB", static_cast<int>(idle));
-    EXPECT_LT(peak - idle, 256 * 1024) << "peak " << peak << " kB, idle " << idle << " kB";
+    EXPECT_LT(peak - idle, 96 * 1024) << "peak " << peak << " kB, idle " << idle << " kB";
 }
 
 } // namespace
