@@ -14,6 +14,7 @@ namespace {
 constexpr const char* configuredAddress = "configured.example.test";
 constexpr const char* discoveredHost = "signatures.example.test";
 constexpr const char* wrongPassword = "Wr0ng-Secr3t-5521";
+const std::string signaturesEntry = SlapdServer::serviceConnectionPoint("Signatures", {discoveredHost});
 
 // Finding the signature server's host in a real directory, and falling back to the configured address.
 // Captures the log lines, as an update run does.
@@ -24,11 +25,8 @@ protected:
         Logger::captureEnabled = true;
     }
 
-    SlapdServer& startDirectory(std::string entries, bool anonymousRead = true) {
-        SlapdServer::Options options;
-        options.entries = std::move(entries);
-        options.anonymousRead = anonymousRead;
-        slapd = std::make_unique<SlapdServer>(options);
+    SlapdServer& startDirectory(SlapdServer::Options options) {
+        slapd = std::make_unique<SlapdServer>(std::move(options));
         EXPECT_TRUE(slapd->start()) << slapd->error();
         return *slapd;
     }
@@ -75,7 +73,7 @@ protected:
 };
 
 TEST_F(DiscoveryTest, AnonymousLookupFindsTheServiceConnectionPoint) {
-    configure(startDirectory(SlapdServer::serviceConnectionPoint("Signatures", {discoveredHost})).url());
+    configure(startDirectory({.entries = signaturesEntry}).url());
 
     NetworkService service;
     EXPECT_EQ(service.getServiceDNSName(), std::nullopt) << "no naming context yet";
@@ -90,8 +88,7 @@ TEST_F(DiscoveryTest, AnonymousLookupFindsTheServiceConnectionPoint) {
 }
 
 TEST_F(DiscoveryTest, ConfiguredAccountBindsAndItsPasswordIsNeverLogged) {
-    const auto url =
-        startDirectory(SlapdServer::serviceConnectionPoint("Signatures", {discoveredHost}), false).url();
+    const auto url = startDirectory({.anonymousRead = false, .entries = signaturesEntry}).url();
 
     // Without the account the tree below the root entry is hidden.
     configure(url);
@@ -110,7 +107,7 @@ TEST_F(DiscoveryTest, ConfiguredAccountBindsAndItsPasswordIsNeverLogged) {
 }
 
 TEST_F(DiscoveryTest, DirectoryDownOrUnsetFallsBackToTheConfiguredAddress) {
-    auto& directory = startDirectory(SlapdServer::serviceConnectionPoint("Signatures", {discoveredHost}));
+    auto& directory = startDirectory({.entries = signaturesEntry});
     configure(directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
     directory.stop();
     EXPECT_EQ(chosenHost(), configuredAddress);
@@ -129,30 +126,29 @@ TEST_F(DiscoveryTest, DirectoryDownOrUnsetFallsBackToTheConfiguredAddress) {
 
 TEST_F(DiscoveryTest, NoUsableServiceConnectionPointFallsBackSilently) {
     // Two hosts in one entry are no answer; an entry without the keyword is no match.
-    configure(startDirectory(
-                  SlapdServer::serviceConnectionPoint("Ambiguous", {"one.example.test", "two.example.test"}) +
-                  "dn: cn=Unrelated,dc=example,dc=com\nobjectClass: serviceConnectionPoint\ncn: Unrelated\n"
-                  "keywords: something else\nserviceDNSName: unrelated.example.test\n\n")
-                  .url());
+    configure(
+        startDirectory(
+            {.entries =
+                 SlapdServer::serviceConnectionPoint("Ambiguous", {"one.example.test", "two.example.test"}) +
+                 "dn: cn=Unrelated,dc=example,dc=com\nobjectClass: serviceConnectionPoint\ncn: Unrelated\n"
+                 "keywords: something else\nserviceDNSName: unrelated.example.test\n\n"})
+            .url());
     EXPECT_EQ(chosenHost(), configuredAddress);
     EXPECT_EQ(linesContaining("serviceDNSName"), 0u);
     EXPECT_EQ(linesContaining("Error"), 0u);
 
     // A directory whose root entry names no context: nothing to search below.
     clearLog();
-    SlapdServer::Options bare;
-    bare.defaultNamingContext = "";
-    bare.entries = SlapdServer::serviceConnectionPoint("Signatures", {discoveredHost});
-    SlapdServer withoutContext(bare);
-    ASSERT_TRUE(withoutContext.start()) << withoutContext.error();
-    configure(withoutContext.url());
+    configure(startDirectory({.defaultNamingContext = "", .entries = signaturesEntry}).url());
     EXPECT_EQ(chosenHost(), configuredAddress);
     EXPECT_EQ(linesContaining("LDAP"), 0u);
 }
 
 TEST_F(DiscoveryTest, DiscoveredHostServesTheWholeExchange) {
     ServerProcess signatureServer;
-    configure(startDirectory(SlapdServer::serviceConnectionPoint("Signatures", {"127.0.0.1"}), false).url(),
+    configure(startDirectory({.anonymousRead = false,
+                              .entries = SlapdServer::serviceConnectionPoint("Signatures", {"127.0.0.1"})})
+                  .url(),
               SlapdServer::bindDN, SlapdServer::bindPassword, signatureServer.port());
 
     NetworkService service;

@@ -57,21 +57,13 @@ template <typename Call> std::string thrownText(Call call) {
 class LDAPTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        SlapdServer::Options options;
-        options.entries = testEntries;
-        server = new SlapdServer(options);
-        if (!server->start()) {
-            startError = server->error();
-        }
+        server = std::make_unique<SlapdServer>(SlapdServer::Options{.entries = testEntries});
+        server->start();
     }
-    static void TearDownTestSuite() {
-        delete server;
-        server = nullptr;
-    }
-    void SetUp() override { ASSERT_TRUE(server->running()) << startError; }
+    static void TearDownTestSuite() { server.reset(); }
+    void SetUp() override { ASSERT_TRUE(server->running()) << server->error(); }
 
-    static inline SlapdServer* server = nullptr;
-    static inline std::string startError;
+    static inline std::unique_ptr<SlapdServer> server;
 };
 
 TEST_F(LDAPTest, BindsAndTheirErrors) {
@@ -147,15 +139,15 @@ TEST_F(LDAPTest, SearchResultsBecomeMapsOfTextInTheServersSortOrder) {
 }
 
 TEST_F(LDAPTest, AddModifyAndRemoveThroughACodePage) {
-    const auto rawName = [](LDAP& directory, const std::string& dn) {
+    const auto attributes = [](LDAP& directory, const std::string& dn) {
         const auto found = directory.search(dn, "(objectclass=*)", Scope::BASE, {"rawName", "description"});
         return found.empty() ? LDAP::Attributes{} : found.at(dn);
     };
     LDAP utf8(server->url(), agentLogin());
     LDAP latin1(server->url(), agentLogin(), Iconv::CodePage::ISO_8859_1);
-    EXPECT_EQ(rawName(utf8, "cn=latin,dc=example,dc=com").at("rawName"), LDAP::Value(""))
+    EXPECT_EQ(attributes(utf8, "cn=latin,dc=example,dc=com").at("rawName"), LDAP::Value(""))
         << "Latin-1 is not UTF-8";
-    EXPECT_EQ(rawName(latin1, "cn=latin,dc=example,dc=com").at("rawName"), LDAP::Value("Grüße"));
+    EXPECT_EQ(attributes(latin1, "cn=latin,dc=example,dc=com").at("rawName"), LDAP::Value("Grüße"));
 
     // Written through a Latin-1 client, stored as Latin-1 bytes.
     LDAP admin(server->url(), adminLogin(), Iconv::CodePage::ISO_8859_1);
@@ -166,14 +158,14 @@ TEST_F(LDAPTest, AddModifyAndRemoveThroughACodePage) {
                                        {"description", {"x"}}};
     admin.add(dn, entry);
     EXPECT_EQ(thrownText([&] { admin.add(dn, entry); }), "Already exists");
-    EXPECT_EQ(rawName(latin1, dn).at("rawName"), LDAP::Value("Straße"));
-    EXPECT_EQ(rawName(utf8, dn).at("rawName"), LDAP::Value(""));
+    EXPECT_EQ(attributes(latin1, dn).at("rawName"), LDAP::Value("Straße"));
+    EXPECT_EQ(attributes(utf8, dn).at("rawName"), LDAP::Value(""));
 
     admin.modify(dn, {{"description", {"a", "b"}}}); // replaces the value
-    EXPECT_EQ(rawName(utf8, dn).at("description"), LDAP::Value(List{"a", "b"}));
+    EXPECT_EQ(attributes(utf8, dn).at("description"), LDAP::Value(List{"a", "b"}));
     EXPECT_EQ(thrownText([&] { utf8.remove(dn); }), "Insufficient access"); // the bind account may only read
     admin.remove(dn);
-    EXPECT_TRUE(rawName(admin, dn).empty());
+    EXPECT_TRUE(attributes(admin, dn).empty());
     EXPECT_EQ(thrownText([&] { admin.remove(dn); }), "No such object");
 }
 
