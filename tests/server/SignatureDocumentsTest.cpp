@@ -51,9 +51,9 @@ std::string globalLine(bool value) {
            " in global deployment options";
 }
 
-// The lines of a parse with the given lines first, then the global setting's line.
-Lines thenGlobal(Lines lines, bool global = false) {
-    lines.push_back(globalLine(global));
+// The given lines, then that of a global setting left out.
+Lines thenGlobal(Lines lines) {
+    lines.push_back(globalLine(false));
     return lines;
 }
 
