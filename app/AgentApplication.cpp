@@ -210,3 +210,5 @@ int AgentApplication::main(int argc, char** argv) {
 }
 
 } // namespace varnoth
+
+int main(int argc, char** argv) { return varnoth::AgentApplication::main(argc, argv); }

@@ -1,3 +1,0 @@
-#include "app/AgentApplication.h"
-
-int main(int argc, char** argv) { return varnoth::AgentApplication::main(argc, argv); }
