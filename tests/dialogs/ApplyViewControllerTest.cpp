@@ -1,10 +1,8 @@
 #include "dialogs/ApplyViewController.h"
 #include "core/Config.h"
-#include "outlook/OutlookHandler.h"
-#include "platform/Platform.h"
 #include "tests/dialogs/FakeApplyView.h"
+#include "tests/dialogs/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"
-#include "tests/support/RecordingScriptHost.h"
 
 #include <algorithm>
 #include <array>
@@ -12,19 +10,8 @@
 namespace varnoth::test {
 namespace {
 
-// The messages that change Outlook: all but the two reading ones that every handler sends.
-std::vector<RecordingScriptHost::Message> changes(const RecordingScriptHost& script) {
-    std::vector<RecordingScriptHost::Message> result;
-    for (const auto& message : script.messages) {
-        if (message.selector != "getVersion" && message.selector != "getDefaultAccount") {
-            result.push_back(message);
-        }
-    }
-    return result;
-}
-
-constexpr std::array allActions = {SignatureAction::undefined, SignatureAction::change,
-                                   SignatureAction::clear, SignatureAction::dontchange};
+using Messages = std::vector<RecordingScriptHost::Message>;
+using Lines = std::vector<std::string>;
 
 SignatureDescriptor answer(SignatureAction newAction, SignatureAction replyAction) {
     SignatureDescriptor descriptor;
@@ -39,16 +26,8 @@ class ApplyViewControllerTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        Platform::Ports ports = Platform::ports();
-        script.version = "16.89";
-        script.account = "jane@example.com";
-        ports.scriptHost = &script;
-        Platform::install(ports);
-        OutlookHandler::defaultAccount.reset();
-    }
-    void TearDown() override {
-        OutlookHandler::defaultAccount.reset();
-        AgentTest::TearDown();
+        outlook.emplace();
+        controller.emplace(&view);
     }
 
     void allowConfigure(bool allowed) {
@@ -58,17 +37,16 @@ protected:
     }
 
     // What the update run does before it shows the window, then the window appearing.
-    void updateAndAppear(ApplyViewController& controller, std::optional<SignatureDescriptor> signature) {
-        controller.signature = std::move(signature);
-        controller.updateMessage();
-        controller.viewWillAppear();
+    void updateAndAppear(std::optional<SignatureDescriptor> signature) {
+        controller->signature = std::move(signature);
+        controller->updateMessage();
+        controller->viewWillAppear();
     }
 
-    RecordingScriptHost script;
+    std::optional<ScriptedOutlook> outlook;
     FakeApplyView view;
+    std::optional<ApplyViewController> controller; // made in SetUp: it reads the configuration
 };
-
-// The texts.
 
 TEST_F(ApplyViewControllerTest, AutomaticMessageExtendsManualOneAndQuotesButtonTypographically) {
     const std::string automatic = ApplyViewController::automaticMessage;
@@ -76,177 +54,113 @@ TEST_F(ApplyViewControllerTest, AutomaticMessageExtendsManualOneAndQuotesButtonT
     EXPECT_EQ(automatic.size(), 639u);
     EXPECT_EQ(std::count_if(automatic.begin(), automatic.end(), [](char c) { return (c & 0xC0) != 0x80; }),
               635);
-    EXPECT_EQ(automatic.compare(0, manual.size(), manual), 0);
+    EXPECT_TRUE(automatic.starts_with(manual));
     EXPECT_NE(automatic.find("click \xE2\x80\x9C"
                              "Configure default signatures\xE2\x80\x9D below"),
               std::string::npos);
     EXPECT_NE(automatic.find("Replies/Forwards.\n\nYou can also"), std::string::npos);
-    const std::string ending = "\n- You must manually close the Signatures dialog in Outlook.";
-    EXPECT_EQ(automatic.substr(automatic.size() - ending.size()), ending);
+    EXPECT_TRUE(automatic.ends_with("\n- You must manually close the Signatures dialog in Outlook."));
     EXPECT_STREQ(ApplyViewController::notChangedMessage,
                  "Your Outlook signatures are configured not to be changed.");
 }
 
-// Choosing the message and the button.
-
-TEST_F(ApplyViewControllerTest, ConstructionTakesButtonPermissionFromConfiguration) {
-    EXPECT_TRUE(ApplyViewController(&view).allowAutomaticConfigure);
-    allowConfigure(false);
-    EXPECT_FALSE(ApplyViewController(&view).allowAutomaticConfigure);
-    EXPECT_FALSE(ApplyViewController(&view).signature.has_value());
-}
-
-TEST_F(ApplyViewControllerTest, BothDontChangeMeansNotChangedWithoutButtonWhateverConfigurationSays) {
-    for (bool allowed : {true, false}) {
+// One dialog reused for every answer, while the administrator changes the permission between updates:
+// dontchange/dontchange means "not changed" without the button; anything else follows the permission.
+TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrentConfiguration) {
+    EXPECT_FALSE(controller->signature.has_value());
+    constexpr std::array actions = {SignatureAction::undefined, SignatureAction::change,
+                                    SignatureAction::clear, SignatureAction::dontchange};
+    for (bool allowed : {true, false, true}) {
         allowConfigure(allowed);
-        ApplyViewController controller(&view);
-        updateAndAppear(controller, answer(SignatureAction::dontchange, SignatureAction::dontchange));
-        EXPECT_EQ(view.message, ApplyViewController::notChangedMessage);
-        EXPECT_FALSE(controller.allowAutomaticConfigure);
-        EXPECT_EQ(view.configureButtonHidden, true);
-    }
-}
-
-TEST_F(ApplyViewControllerTest, EveryOtherAnswerFollowsConfiguration) {
-    for (bool allowed : {true, false}) {
-        allowConfigure(allowed);
-        ApplyViewController controller(&view);
-        for (auto newAction : allActions) {
-            for (auto replyAction : allActions) {
-                if (newAction == SignatureAction::dontchange && replyAction == SignatureAction::dontchange) {
-                    continue;
-                }
+        EXPECT_EQ(ApplyViewController(&view).allowAutomaticConfigure, allowed);
+        for (auto newAction : actions) {
+            for (auto replyAction : actions) {
                 SCOPED_TRACE(testing::Message() << "allowed " << allowed << ", actions " << int(newAction)
                                                 << "/" << int(replyAction));
-                updateAndAppear(controller, answer(newAction, replyAction));
-                EXPECT_EQ(view.message, allowed ? ApplyViewController::automaticMessage
-                                                : ApplyViewController::manualMessage);
-                EXPECT_EQ(controller.allowAutomaticConfigure, allowed);
-                EXPECT_EQ(view.configureButtonHidden, !allowed);
+                updateAndAppear(answer(newAction, replyAction));
+                const bool notChanged =
+                    newAction == SignatureAction::dontchange && replyAction == SignatureAction::dontchange;
+                EXPECT_EQ(view.message, notChanged ? ApplyViewController::notChangedMessage
+                                        : allowed  ? ApplyViewController::automaticMessage
+                                                   : ApplyViewController::manualMessage);
+                EXPECT_EQ(controller->allowAutomaticConfigure, allowed && !notChanged);
+                EXPECT_EQ(view.configureButtonHidden, !allowed || notChanged);
             }
         }
     }
 }
 
-TEST_F(ApplyViewControllerTest, UpdateMessageReadsConfigurationAgain) {
-    ApplyViewController controller(&view);
-    ASSERT_TRUE(controller.allowAutomaticConfigure);
-    allowConfigure(false);
-    updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::change));
-    EXPECT_EQ(view.message, ApplyViewController::manualMessage);
-    EXPECT_EQ(view.configureButtonHidden, true);
-}
-
-TEST_F(ApplyViewControllerTest, ReusedDialogFollowsTheLastUpdate) {
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::dontchange, SignatureAction::change));
-    EXPECT_EQ(view.configureButtonHidden, false);
-    controller.closeTapped();
-
-    updateAndAppear(controller, answer(SignatureAction::dontchange, SignatureAction::dontchange));
-    EXPECT_EQ(view.message, ApplyViewController::notChangedMessage);
-    EXPECT_EQ(view.configureButtonHidden, true);
-
-    updateAndAppear(controller, answer(SignatureAction::clear, SignatureAction::undefined));
-    EXPECT_EQ(view.message, ApplyViewController::automaticMessage);
-    EXPECT_EQ(view.configureButtonHidden, false);
-}
-
 TEST_F(ApplyViewControllerTest, WithoutAnswerNothingIsOfferedAndConfigureOnlyLogsAndCloses) {
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, std::nullopt);
+    updateAndAppear(std::nullopt);
     EXPECT_EQ(view.message, ApplyViewController::manualMessage);
     EXPECT_EQ(view.configureButtonHidden, true);
 
     clearLog();
-    controller.applyTapped();
-    EXPECT_EQ(logLines(), (std::vector<std::string>{"Configure default signature clicked",
-                                                    "Error: no signatures to apply"}));
-    EXPECT_TRUE(script.messages.empty());
-    EXPECT_EQ(script.loads, 0);
+    controller->applyTapped();
+    EXPECT_EQ(logLines(), (Lines{"Configure default signature clicked", "Error: no signatures to apply"}));
+    EXPECT_TRUE(outlook->script.messages.empty());
+    EXPECT_EQ(outlook->script.loads, 0);
     EXPECT_EQ(view.closes, 1);
 }
 
-// The configure and close buttons.
-
-TEST_F(ApplyViewControllerTest, ConfigureWithOnlyReplyToChangeSendsOnlyTheReplyMessage) {
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::dontchange, SignatureAction::change));
+TEST_F(ApplyViewControllerTest,
+       ConfigureWithOnlyReplyToChangeSendsOnlyTheReplyMessageFromAFreshHandlerPerClick) {
+    updateAndAppear(answer(SignatureAction::dontchange, SignatureAction::change));
     ASSERT_EQ(view.message, ApplyViewController::automaticMessage);
     ASSERT_EQ(view.configureButtonHidden, false);
 
     clearLog();
-    controller.applyTapped();
-    EXPECT_EQ(changes(script), (std::vector<RecordingScriptHost::Message>{
-                                   {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
-    EXPECT_EQ(logLines(), (std::vector<std::string>{
-                              "Configure default signature clicked",
-                              "Outlook 16.89 is installed",
-                              "Getting default Outlook account name",
-                              "Successfully got default Outlook account name: jane@example.com",
-                              "Applying default signature",
-                              "Automation will set reply signature",
-                              "Applied default signatures successfully",
-                              "Signatures applied successfully with automation",
-                          }));
+    controller->applyTapped();
+    EXPECT_EQ(outlook->changes(), (Messages{{"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
+    EXPECT_EQ(logLines(), (Lines{"Configure default signature clicked", "Outlook 16.89 is installed",
+                                 "Getting default Outlook account name",
+                                 "Successfully got default Outlook account name: jane@example.com",
+                                 "Applying default signature", "Automation will set reply signature",
+                                 "Applied default signatures successfully",
+                                 "Signatures applied successfully with automation"}));
     EXPECT_EQ(view.closes, 1);
-}
 
-TEST_F(ApplyViewControllerTest, EveryClickUsesAFreshHandlerButTheAccountIsLearnedOnce) {
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::change));
-    controller.applyTapped();
-    controller.applyTapped();
-    EXPECT_EQ(script.loads, 2);
+    // A second click gets a fresh handler, which reuses the account learned by the first.
+    controller->applyTapped();
+    EXPECT_EQ(outlook->script.loads, 2);
     const auto lines = logLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Outlook 16.89 is installed"), 2);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Getting default Outlook account name"), 1);
-    EXPECT_EQ(changes(script),
-              (std::vector<RecordingScriptHost::Message>{{"applySignaturesFor:", {"jane@example.com"}},
-                                                         {"applySignaturesFor:", {"jane@example.com"}}}));
+    EXPECT_EQ(outlook->changes().size(), 2u);
     EXPECT_EQ(view.closes, 2);
 }
 
-TEST_F(ApplyViewControllerTest, UnknownDefaultAccountClosesAfterLoggingTheFailure) {
-    script.account = "";
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::clear));
+TEST_F(ApplyViewControllerTest, FailedConfigureLogsTheFailureAndStillCloses) {
+    outlook->script.account = "";
+    updateAndAppear(answer(SignatureAction::change, SignatureAction::clear));
     clearLog();
-    controller.applyTapped();
-    EXPECT_EQ(logLines(), (std::vector<std::string>{
-                              "Configure default signature clicked",
-                              "Outlook 16.89 is installed",
-                              "Getting default Outlook account name",
-                              "Error: cannot get default Outlook account name",
-                              "Applying default signature",
-                              "Error: failed to apply signatures",
-                          }));
-    EXPECT_TRUE(changes(script).empty());
+    controller->applyTapped();
+    EXPECT_EQ(logLines(),
+              (Lines{"Configure default signature clicked", "Outlook 16.89 is installed",
+                     "Getting default Outlook account name", "Error: cannot get default Outlook account name",
+                     "Applying default signature", "Error: failed to apply signatures"}));
+    EXPECT_TRUE(outlook->changes().empty());
     EXPECT_EQ(view.closes, 1);
-}
 
-TEST_F(ApplyViewControllerTest, MissingScriptClosesWithoutSuccessLine) {
-    script.scriptAvailable = false;
+    // Without the script even a known account gets no success line.
+    outlook->script.scriptAvailable = false;
     OutlookHandler::defaultAccount = "jane@example.com";
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::change));
-    controller.applyTapped();
+    clearLog();
+    controller->applyTapped();
     const auto lines = logLines();
     EXPECT_EQ(lines.back(), "Error: failed to apply signatures");
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Signatures applied successfully with automation"), 0);
-    EXPECT_EQ(view.closes, 1);
+    EXPECT_EQ(view.closes, 2);
 }
 
 TEST_F(ApplyViewControllerTest, CloseOnlyClosesTheWindow) {
-    ApplyViewController controller(&view);
-    updateAndAppear(controller, answer(SignatureAction::change, SignatureAction::change));
+    updateAndAppear(answer(SignatureAction::change, SignatureAction::change));
     clearLog();
-    controller.closeTapped();
+    controller->closeTapped();
     EXPECT_EQ(view.closes, 1);
-    EXPECT_TRUE(script.messages.empty());
+    EXPECT_TRUE(outlook->script.messages.empty());
     EXPECT_TRUE(logLines().empty());
     EXPECT_EQ(view.message, ApplyViewController::automaticMessage);
-    EXPECT_TRUE(controller.allowAutomaticConfigure);
 }
 
 } // namespace

@@ -3,24 +3,14 @@
 
 #include "core/Config.h"
 #include "core/ConfigReport.h"
+#include "tests/install/PlistValue.h"
 #include "tests/support/AgentTest.h"
 
-#include <fstream>
 #include <functional>
-#include <map>
-#include <plist/plist.h>
-#include <set>
-#include <sstream>
+#include <regex>
 
 namespace varnoth::test {
 namespace {
-
-std::string readGuide() {
-    std::ifstream in(VARNOTH_ADMIN_GUIDE, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
@@ -33,47 +23,18 @@ std::vector<std::string> lines(const std::string& text) {
 
 std::string trim(const std::string& text) {
     const auto first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) {
-        return "";
-    }
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-std::vector<std::string> cells(const std::string& row) {
-    std::vector<std::string> result;
-    std::string inner = trim(row);
-    inner = inner.substr(1, inner.size() - 2); // the outer pipes
-    std::size_t start = 0;
-    for (std::size_t bar; (bar = inner.find('|', start)) != std::string::npos; start = bar + 1) {
-        result.push_back(trim(inner.substr(start, bar - start)));
-    }
-    result.push_back(trim(inner.substr(start)));
-    return result;
-}
-
-std::string unquoted(const std::string& cell) {
-    if (cell.size() >= 2 && cell.front() == '`' && cell.back() == '`') {
-        return cell.substr(1, cell.size() - 2);
-    }
-    return cell;
-}
-
-// The first fenced block of the given language after a heading that starts with `heading`.
+// The first fenced block of the given language after a heading that contains `heading`.
 std::string fencedBlockAfter(const std::string& guide, const std::string& heading,
                              const std::string& language) {
-    const auto all = lines(guide);
-    bool inSection = false;
+    bool inSection = false, inBlock = false;
     std::string block;
-    bool inBlock = false;
-    for (const auto& line : all) {
+    for (const auto& line : lines(guide)) {
         if (!inBlock && line.starts_with("#")) {
             inSection = line.find(heading) != std::string::npos;
-            continue;
-        }
-        if (!inSection) {
-            continue;
-        }
-        if (!inBlock && line == "```" + language) {
+        } else if (inSection && !inBlock && line == "```" + language) {
             inBlock = true;
         } else if (inBlock && line == "```") {
             return block;
@@ -84,226 +45,158 @@ std::string fencedBlockAfter(const std::string& guide, const std::string& headin
     return "";
 }
 
-// Each key's value as the agent answers it, in the guide's notation.
-std::map<std::string, std::function<std::string(const Config&)>> answers() {
-    auto flag = [](bool value) { return std::string(value ? "true" : "false"); };
-    return {
-        {"UpdateFrequency", [](const Config& c) { return std::to_string(c.UpdateFrequency()); }},
-        {"AllowConfigureDefaultSignatures",
-         [flag](const Config& c) { return flag(c.AllowConfigureDefaultSignatures()); }},
-        {"ShowViewLogMenu", [flag](const Config& c) { return flag(c.ShowViewLogMenu()); }},
-        {"ShowExitMenu", [flag](const Config& c) { return flag(c.ShowExitMenu()); }},
-        {"ShowLaunchAtLogon", [flag](const Config& c) { return flag(c.ShowLaunchAtLogon()); }},
-        {"SignatureServerAddress", [](const Config& c) { return c.SignatureServerAddress(); }},
-        {"SignatureServerPort", [](const Config& c) { return std::to_string(c.SignatureServerPort()); }},
-        {"ShowConfigurationMenu", [flag](const Config& c) { return flag(c.ShowConfigurationMenu()); }},
-        {"UserEmailAddress", [](const Config& c) { return c.UserEmailAddress(); }},
-        {"SignatureServerAutodetect",
-         [flag](const Config& c) { return flag(c.SignatureServerAutodetect()); }},
-        {"LDAPUser", [](const Config& c) { return c.LDAPUser(); }},
-        {"LDAPPassword", [](const Config& c) { return c.LDAPPassword(); }},
-        {"LDAPServer", [](const Config& c) { return c.LDAPServer(); }},
-        {"SuppressErrorMessages", [flag](const Config& c) { return flag(c.SuppressErrorMessages()); }},
-    };
+template <typename T> std::string shown(const T& value) {
+    if constexpr (std::is_same_v<T, bool>) {
+        return value ? "true" : "false";
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(value);
+    } else {
+        return value;
+    }
 }
 
 // An interval as the guide explains it: a bare number is hours, a number with "m" minutes.
 std::string minutes(const std::string& text) {
-    if (text.ends_with("m")) {
-        return std::to_string(std::stof(text.substr(0, text.size() - 1)));
-    }
-    return std::to_string(std::stof(text) * 60);
+    return text.ends_with("m") ? shown(std::stof(text.substr(0, text.size() - 1)))
+                               : shown(std::stof(text) * 60);
 }
+
+// Each key's value as the agent answers it, in the guide's notation.
+const std::map<std::string, std::function<std::string(const Config&)>> answers = {
+    {"UpdateFrequency", [](const Config& c) { return shown(c.UpdateFrequency()); }},
+    {"AllowConfigureDefaultSignatures",
+     [](const Config& c) { return shown(c.AllowConfigureDefaultSignatures()); }},
+    {"ShowViewLogMenu", [](const Config& c) { return shown(c.ShowViewLogMenu()); }},
+    {"ShowExitMenu", [](const Config& c) { return shown(c.ShowExitMenu()); }},
+    {"ShowLaunchAtLogon", [](const Config& c) { return shown(c.ShowLaunchAtLogon()); }},
+    {"SignatureServerAddress", [](const Config& c) { return shown(c.SignatureServerAddress()); }},
+    {"SignatureServerPort", [](const Config& c) { return shown(c.SignatureServerPort()); }},
+    {"ShowConfigurationMenu", [](const Config& c) { return shown(c.ShowConfigurationMenu()); }},
+    {"UserEmailAddress", [](const Config& c) { return shown(c.UserEmailAddress()); }},
+    {"SignatureServerAutodetect", [](const Config& c) { return shown(c.SignatureServerAutodetect()); }},
+    {"LDAPUser", [](const Config& c) { return shown(c.LDAPUser()); }},
+    {"LDAPPassword", [](const Config& c) { return shown(c.LDAPPassword()); }},
+    {"LDAPServer", [](const Config& c) { return shown(c.LDAPServer()); }},
+    {"SuppressErrorMessages", [](const Config& c) { return shown(c.SuppressErrorMessages()); }},
+};
 
 class AdminGuideTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        guide = readGuide();
+        guide = fileText(VARNOTH_ADMIN_GUIDE);
         ASSERT_FALSE(guide.empty()) << VARNOTH_ADMIN_GUIDE;
+        // Key -> type and default, from the table whose header starts with "| Key | Type | Default |".
+        const auto all = lines(guide);
+        auto line = std::find_if(all.begin(), all.end(),
+                                 [](const auto& l) { return l.starts_with("| Key | Type | Default |"); });
+        const std::regex row(R"(\| `(\w+)` \| ([^|]*?) \| (?:`([^`]*)`|empty)[^|]*\|.*)");
+        for (line = line == all.end() ? line : line + 2; line != all.end() && line->starts_with("|");
+             ++line) {
+            std::smatch cells;
+            if (!std::regex_match(*line, cells, row)) {
+                ADD_FAILURE() << "not a key with its type and default value: " << *line;
+                continue;
+            }
+            table[cells[1]] = {cells[2], cells[3]};
+            ++tableRows;
+        }
     }
 
-    // Key -> the row's cells, from the table whose header starts with "| Key | Type | Default |".
-    std::map<std::string, std::vector<std::string>> settingsTable(std::vector<std::string>& order) const {
-        std::map<std::string, std::vector<std::string>> rows;
-        bool inTable = false;
-        for (const auto& line : lines(guide)) {
-            if (line.starts_with("| Key | Type | Default |")) {
-                inTable = true;
-                continue;
-            }
-            if (!inTable) {
-                continue;
-            }
-            if (!line.starts_with("|")) {
-                break;
-            }
-            if (line.starts_with("|---")) {
-                continue;
-            }
-            const auto row = cells(line);
-            const std::string key = unquoted(row.at(0));
-            order.push_back(key);
-            rows[key] = row;
-        }
-        return rows;
+    // What the agent answers for a key the example gives in the guide's notation.
+    void expectAnswered(const std::string& key, const std::string& value) const {
+        ASSERT_TRUE(table.count(key)) << key;
+        EXPECT_EQ(answers.at(key)(Config::shared()), key == "UpdateFrequency" ? minutes(value) : value)
+            << key;
     }
 
     std::string guide;
+    struct Row {
+        std::string type, defaultValue;
+    };
+    std::map<std::string, Row> table;
+    std::size_t tableRows = 0;
 };
 
 TEST_F(AdminGuideTest, SettingsTableNamesEveryKeyOnceWithTheDefaultTheAgentAnswers) {
-    std::vector<std::string> order;
-    const auto table = settingsTable(order);
-    const auto expected = answers();
-    ASSERT_EQ(order.size(), table.size()) << "a key appears twice in the settings table";
-
-    std::set<std::string> documented, known;
-    for (const auto& [key, row] : table) {
-        documented.insert(key);
-    }
-    for (const auto& [key, answer] : expected) {
-        known.insert(key);
-    }
-    EXPECT_EQ(documented, known);
+    ASSERT_EQ(tableRows, table.size()) << "a key appears twice in the settings table";
+    auto keys = [](const auto& map) {
+        std::vector<std::string> result;
+        for (const auto& entry : map) {
+            result.push_back(entry.first);
+        }
+        return result;
+    };
+    EXPECT_EQ(keys(table), keys(answers));
 
     const Config& config = Config::shared();
     ASSERT_FALSE(config.usedFile());
     for (const auto& [key, row] : table) {
-        ASSERT_GE(row.size(), 4u) << key;
-        const std::string cell = row[2];
-        std::string documentedDefault;
-        if (cell.starts_with("empty")) {
-            documentedDefault = "";
-        } else {
-            ASSERT_TRUE(cell.starts_with("`")) << key << ": default not given as a value: " << cell;
-            documentedDefault = unquoted(cell.substr(0, cell.find('`', 1) + 1));
-        }
-        if (key == "UpdateFrequency") {
-            // The key counts in minutes when the agent answers; the table gives the minutes too.
-            EXPECT_EQ(std::to_string(std::stof(documentedDefault)), expected.at(key)(config)) << key;
-        } else {
-            EXPECT_EQ(documentedDefault, expected.at(key)(config)) << key;
-        }
+        // The agent answers the interval in minutes; the table gives the minutes too.
+        EXPECT_EQ(key == "UpdateFrequency" ? shown(std::stof(row.defaultValue)) : row.defaultValue,
+                  answers.at(key)(config))
+            << key;
     }
 
     // Every key of the log's settings entry is one the guide explains.
-    std::istringstream entry(config.settingsText());
-    for (std::string line; std::getline(entry, line);) {
+    for (const auto& line : lines(config.settingsText())) {
         if (!line.empty()) {
-            EXPECT_TRUE(documented.count(line.substr(0, line.find(':')))) << line;
+            EXPECT_TRUE(table.count(line.substr(0, line.find(':')))) << line;
         }
     }
 }
 
-TEST_F(AdminGuideTest, CompleteTextExampleIsReadWithEveryValueItGives) {
+TEST_F(AdminGuideTest, CompleteTextExampleIsReadWithEveryValueItGivesAndPrintedAsTheSampleShows) {
     const std::string example = fencedBlockAfter(guide, "Text file", "text");
     ASSERT_FALSE(example.empty());
     writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", example);
-    const Config& config = Config::shared();
-    ASSERT_TRUE(config.usedFile());
-
-    std::vector<std::string> order;
-    const auto table = settingsTable(order);
-    const auto answer = answers();
+    ASSERT_TRUE(Config::shared().usedFile());
     for (const auto& line : lines(example)) {
         const auto equals = line.find('=');
         ASSERT_NE(equals, std::string::npos) << line;
         ASSERT_EQ(line.find('=', equals + 1), std::string::npos) << "ignored by the agent: " << line;
         const std::string key = trim(line.substr(0, equals));
-        const std::string value = trim(line.substr(equals + 1));
-        ASSERT_TRUE(table.count(key)) << key;
-        std::string expected = value;
-        if (key == "UpdateFrequency") {
-            expected = minutes(value);
-        } else if (table.at(key)[1] == "Boolean") {
+        std::string value = trim(line.substr(equals + 1));
+        if (table.count(key) && table.at(key).type == "Boolean") {
             // The text form takes integers only; a word would silently leave the default.
             ASSERT_EQ(value.find_first_not_of("-+0123456789"), std::string::npos) << key << ": " << value;
-            expected = std::stoll(value) == 0 ? "false" : "true";
+            value = shown(std::stoll(value) != 0);
         }
-        EXPECT_EQ(answer.at(key)(config), expected) << key;
+        expectAnswered(key, value);
     }
-}
 
-TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {
-    const std::string example = fencedBlockAfter(guide, "Property list", "xml");
-    ASSERT_FALSE(example.empty());
-    writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.plist", example);
-    const Config& config = Config::shared();
-    ASSERT_TRUE(config.plistMode);
-
-    plist_t root = nullptr;
-    plist_from_memory(example.data(), static_cast<uint32_t>(example.size()), &root);
-    ASSERT_NE(root, nullptr);
-    ASSERT_EQ(plist_get_node_type(root), PLIST_DICT);
-    std::vector<std::string> order;
-    const auto table = settingsTable(order);
-    const auto answer = answers();
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(root, &iterator);
-    int keys = 0;
-    for (;;) {
-        char* name = nullptr;
-        plist_t node = nullptr;
-        plist_dict_next_item(root, iterator, &name, &node);
-        if (name == nullptr) {
-            break;
-        }
-        const std::string key = name;
-        std::free(name);
-        ++keys;
-        ASSERT_TRUE(table.count(key)) << key;
-        // A value of the wrong type silently gives the default, even where it looks right.
-        const std::string type = table.at(key)[1];
-        const plist_type expectedType = type == "Boolean"   ? PLIST_BOOLEAN
-                                        : type == "integer" ? PLIST_UINT
-                                                            : PLIST_STRING;
-        EXPECT_EQ(plist_get_node_type(node), expectedType) << key;
-        std::string expected;
-        if (plist_get_node_type(node) == PLIST_BOOLEAN) {
-            uint8_t value = 0;
-            plist_get_bool_val(node, &value);
-            expected = value != 0 ? "true" : "false";
-        } else if (plist_get_node_type(node) == PLIST_UINT) {
-            uint64_t value = 0;
-            plist_get_uint_val(node, &value);
-            expected = std::to_string(value);
-        } else {
-            ASSERT_EQ(plist_get_node_type(node), PLIST_STRING) << key;
-            char* value = nullptr;
-            plist_get_string_val(node, &value);
-            expected = key == "UpdateFrequency" ? minutes(value) : std::string(value);
-            std::free(value);
-        }
-        EXPECT_EQ(answer.at(key)(config), expected) << key;
-    }
-    std::free(iterator);
-    plist_free(root);
-    EXPECT_GE(keys, 10);
-}
-
-TEST_F(AdminGuideTest, PrintConfigSampleIsWhatTheAgentPrintsForTheTextExample) {
-    writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
-              fencedBlockAfter(guide, "Text file", "text"));
+    // The --print-config sample in the guide is what the agent prints for this file.
     const std::string sample = fencedBlockAfter(guide, "Checking a deployment", "text");
-    ASSERT_FALSE(sample.empty());
     const std::string printed = ConfigReport(Config::platformLocations()).text();
 
     // Paths differ from machine to machine; the settings and discovery sections must not.
     auto sections = [](const std::string& text) {
         const auto start = text.find("Effective settings");
         const auto end = text.find("Log file:");
-        if (start == std::string::npos || end == std::string::npos) {
-            return std::string();
-        }
         std::string section;
-        for (const auto& line : lines(text.substr(start, end - start))) {
-            section += line.substr(0, line.find_last_not_of(' ') + 1) + "\n"; // "Key: " of an empty value
+        if (start != std::string::npos && end != std::string::npos) {
+            for (const auto& line : lines(text.substr(start, end - start))) {
+                section += line.substr(0, line.find_last_not_of(' ') + 1) + "\n"; // "Key: " of an empty value
+            }
         }
         return section;
     };
     ASSERT_FALSE(sections(sample).empty());
     EXPECT_EQ(sections(sample), sections(printed));
+}
+
+TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {
+    const std::string example = fencedBlockAfter(guide, "Property list", "xml");
+    writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.plist", example);
+    ASSERT_TRUE(Config::shared().plistMode);
+    const auto values = PlistValue::read(example);
+    EXPECT_GE(values.size(), 10u);
+    for (const auto& [key, value] : values) {
+        ASSERT_TRUE(table.count(key)) << key;
+        // A value of the wrong type silently gives the default, even where it looks right.
+        EXPECT_TRUE(table.at(key).type.ends_with(value.type)) << key << ": " << value;
+        expectAnswered(key, value.text);
+    }
 }
 
 } // namespace

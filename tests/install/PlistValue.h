@@ -1,0 +1,48 @@
+#pragma once
+
+#include <fstream>
+#include <map>
+#include <ostream>
+#include <pugixml.hpp>
+#include <sstream>
+#include <string>
+
+namespace varnoth::test {
+
+// A file's whole content; empty when it cannot be read.
+inline std::string fileText(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+// One entry of a property list's top dictionary, its type named as the administrator's guide does.
+struct PlistValue {
+    std::string type; // "Boolean", "integer", "text" or the element's name
+    std::string text; // "true"/"false" for a Boolean
+    bool operator==(const PlistValue&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const PlistValue& value) {
+        return out << value.type << " \"" << value.text << '"';
+    }
+
+    // The entries of a property list in XML; empty when it is not well formed or has no dictionary.
+    static std::map<std::string, PlistValue> read(const std::string& xml) {
+        pugi::xml_document document;
+        std::map<std::string, PlistValue> values;
+        if (!document.load_string(xml.c_str())) {
+            return values;
+        }
+        for (auto key = document.child("plist").child("dict").child("key"); key;
+             key = key.next_sibling("key")) {
+            const auto node = key.next_sibling();
+            const std::string name = node.name();
+            values[key.text().get()] = name == "true" || name == "false" ? PlistValue{"Boolean", name}
+                                       : name == "string" ? PlistValue{"text", node.text().get()}
+                                                          : PlistValue{name, node.text().get()};
+        }
+        return values;
+    }
+};
+
+} // namespace varnoth::test
