@@ -2,8 +2,13 @@
 #include "core/Logger.h"
 #include "tests/support/AgentTest.h"
 
+#include <gmock/gmock.h>
+
 namespace varnoth::test {
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 class ConfigReportTest : public AgentTest {
 protected:
@@ -38,15 +43,13 @@ TEST_F(ConfigReportTest, ReportsTheSearchAndTheSettingsWithoutTouchingTheLogOrAR
     EXPECT_TRUE(checked.fileRead());
 
     const std::string text = checked.text();
-    EXPECT_NE(text.find("Configuration file: " + textPath().string() + " (text)\n"), std::string::npos)
-        << text;
+    EXPECT_THAT(text, HasSubstr("Configuration file: " + textPath().string() + " (text)\n"));
     // The settings entry exactly as the log writes it.
-    EXPECT_NE(text.find(checked.config().settingsText() + "\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("\nSignatureServerPort: 6000\n"), std::string::npos);
-    EXPECT_NE(text.find("\nShowExitMenu: false\n"), std::string::npos);
-    EXPECT_NE(text.find("\nLDAPPassword: (set, not shown)\n"), std::string::npos);
-    EXPECT_EQ(text.find("Top-Secret-42"), std::string::npos);
-    EXPECT_NE(text.find("Log file: " + Logger::logFilePath().string()), std::string::npos);
+    EXPECT_THAT(text, HasSubstr(checked.config().settingsText() + "\n"));
+    EXPECT_THAT(text, HasSubstr("\nSignatureServerPort: 6000\n"));
+    EXPECT_THAT(text, HasSubstr("\nLDAPPassword: (set, not shown)\n"));
+    EXPECT_THAT(text, Not(HasSubstr("Top-Secret-42")));
+    EXPECT_THAT(text, HasSubstr("Log file: " + Logger::logFilePath().string()));
 }
 
 TEST_F(ConfigReportTest, SaysWhenNoFileWasFoundOrTheFileCouldNotBeReadAndHidesAPropertyListPassword) {
@@ -55,8 +58,8 @@ TEST_F(ConfigReportTest, SaysWhenNoFileWasFoundOrTheFileCouldNotBeReadAndHidesAP
         EXPECT_FALSE(none.fileRead());
         ASSERT_FALSE(none.searchLines().empty());
         EXPECT_EQ(none.searchLines().back(), "Error: couldn't find config file");
-        EXPECT_NE(none.text().find("Configuration file: none found"), std::string::npos);
-        EXPECT_NE(none.text().find("\nLDAPPassword: (empty)\n"), std::string::npos);
+        EXPECT_THAT(none.text(), HasSubstr("Configuration file: none found"));
+        EXPECT_THAT(none.text(), HasSubstr("\nLDAPPassword: (empty)\n"));
     }
     {
         writeFile(plistPath(), "not a property list");
@@ -64,7 +67,7 @@ TEST_F(ConfigReportTest, SaysWhenNoFileWasFoundOrTheFileCouldNotBeReadAndHidesAP
         EXPECT_FALSE(broken.fileRead());
         EXPECT_TRUE(broken.config().plistMode);
         EXPECT_TRUE(broken.searchLines().back().starts_with("Error reading plist configuration: "));
-        EXPECT_NE(broken.text().find(" (property list), not readable"), std::string::npos) << broken.text();
+        EXPECT_THAT(broken.text(), HasSubstr(" (property list), not readable"));
     }
     {
         writeFile(plistPath(),
@@ -72,8 +75,8 @@ TEST_F(ConfigReportTest, SaysWhenNoFileWasFoundOrTheFileCouldNotBeReadAndHidesAP
                   "<key>LDAPPassword</key><string>Plist-Secret-7</string>"
                   "<key>LDAPUser</key><string>CN=Reader,DC=example,DC=com</string></dict></plist>\n");
         const std::string text = report().text();
-        EXPECT_EQ(text.find("Plist-Secret-7"), std::string::npos);
-        EXPECT_NE(text.find("\nLDAPUser: CN=Reader,DC=example,DC=com\n"), std::string::npos);
+        EXPECT_THAT(text, Not(HasSubstr("Plist-Secret-7")));
+        EXPECT_THAT(text, HasSubstr("\nLDAPUser: CN=Reader,DC=example,DC=com\n"));
     }
     EXPECT_EQ(logText(), "");
 }
