@@ -2,6 +2,9 @@
 # `make test` builds and runs every test (a normal and a sanitizer build).
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+BENCH_BUILD ?= build-bench
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
@@ -33,6 +36,16 @@ test: test-normal test-asan
 
 run: build
 	@bash scripts/run-demo $(BUILD)
+
+# The agent's figures against their goals, as a table (an optimised build with the desktop agent).
+bench: bootstrap
+	@cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARNOTH_BUILD_BENCH=ON -DVARNOTH_BUILD_TESTS=OFF $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BENCH_BUILD) -j $(JOBS) --target receive_bench update_run_bench agent_process_bench
+	@python3 bench/report.py $(BENCH_BUILD)
+
+# Every fuzz target for FUZZ_SECONDS each (clang, libFuzzer, AddressSanitizer + UndefinedBehaviorSanitizer).
+fuzz: bootstrap
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) bash fuzz/run-fuzzers $(FUZZ_BUILD)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
