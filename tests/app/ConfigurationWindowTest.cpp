@@ -51,24 +51,15 @@ TEST_F(ConfigurationWindowTest, UserChecksBoxTypesAddressAndPressesReturn) {
     EXPECT_EQ(defaults.string("UserEmailAddress"), "jane.doe@example.com");
 }
 
-TEST_F(ConfigurationWindowTest, UncheckingStoredAddressAndPressingOkStoresEmptyText) {
+// A stored address: Cancel and Escape store nothing, reopening shows it again, and unchecking the box
+// then OK stores empty text.
+TEST_F(ConfigurationWindowTest, StoredAddressIsKeptByCancelAndEscapeAndEmptiedByUncheckedOk) {
     defaults.setString("UserEmailAddress", "jane@example.com");
     open();
     EXPECT_TRUE(checkbox()->isChecked());
     EXPECT_TRUE(emailInput()->isEnabled());
     EXPECT_EQ(emailInput()->text(), "jane@example.com");
     EXPECT_FALSE(okButton()->isEnabled());
-
-    clickCheckBox(checkbox());
-    EXPECT_FALSE(emailInput()->isEnabled());
-    click(okButton());
-    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
-    EXPECT_FALSE(window.dialog().isVisible());
-}
-
-TEST_F(ConfigurationWindowTest, CancelAndEscapeStoreNothingAndReopeningShowsStoredValue) {
-    defaults.setString("UserEmailAddress", "jane@example.com");
-    open();
     emailInput()->selectAll();
     QTest::keyClicks(emailInput(), "other@example.com");
     click(cancelButton());
@@ -80,6 +71,13 @@ TEST_F(ConfigurationWindowTest, CancelAndEscapeStoreNothingAndReopeningShowsStor
     QTest::keyClick(emailInput(), Qt::Key_Escape);
     EXPECT_FALSE(window.dialog().isVisible());
     EXPECT_EQ(defaults.string("UserEmailAddress"), "jane@example.com");
+
+    open();
+    clickCheckBox(checkbox());
+    EXPECT_FALSE(emailInput()->isEnabled());
+    click(okButton());
+    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
+    EXPECT_FALSE(window.dialog().isVisible());
 }
 
 TEST_F(ConfigurationWindowTest, AddressFixedByAdministratorCanOnlyBeCancelled) {
