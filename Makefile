@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format clean
+.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check clean
 
 all: build
 
@@ -49,6 +49,9 @@ fuzz: bootstrap
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 clean:
 	@rm -rf $(BUILD) $(ASAN_BUILD)

@@ -129,7 +129,8 @@ int AgentApplication::main(int argc, char** argv) {
             return 0;
         }
         if (argument == "--version") {
-            std::cout << build::displayName << " " << build::shortVersion << "." << build::bundleVersion << "\n";
+            std::cout << build::displayName << " " << build::shortVersion << "." << build::bundleVersion
+                      << "\n";
             return 0;
         }
         if (argument == "--print-config") {
@@ -211,4 +212,6 @@ int AgentApplication::main(int argc, char** argv) {
 
 } // namespace varnoth
 
-int main(int argc, char** argv) { return varnoth::AgentApplication::main(argc, argv); }
+int main(int argc, char** argv) {
+    return varnoth::AgentApplication::main(argc, argv);
+}

@@ -51,11 +51,14 @@ void QtDesktop::activate() {
 void QtDesktop::showAbout() {
     const BundleInfo& bundle = Platform::bundle();
     QMessageBox::about(nullptr, QString::fromStdString("About " + bundle.displayName),
-                       QString::fromStdString("<b>" + bundle.displayName + "</b><br>Version " + bundle.shortVersion +
-                                              " (" + bundle.version + ")<br><br>Copyright \u00A9 2026 Varnoth"));
+                       QString::fromStdString("<b>" + bundle.displayName + "</b><br>Version " +
+                                              bundle.shortVersion + " (" + bundle.version +
+                                              ")<br><br>Copyright \u00A9 2026 Varnoth"));
 }
 
-void QtDesktop::terminate() { QCoreApplication::quit(); }
+void QtDesktop::terminate() {
+    QCoreApplication::quit();
+}
 
 #ifdef __APPLE__
 
@@ -79,8 +82,8 @@ void accessibilityChanged(CFNotificationCenterRef, void*, CFStringRef, const voi
 bool QtDesktop::isTrusted(bool prompt) {
     const void* keys[] = {kAXTrustedCheckOptionPrompt};
     const void* values[] = {prompt ? kCFBooleanTrue : kCFBooleanFalse};
-    CFDictionaryRef options = CFDictionaryCreate(nullptr, keys, values, 1, &kCFCopyStringDictionaryKeyCallBacks,
-                                                 &kCFTypeDictionaryValueCallBacks);
+    CFDictionaryRef options = CFDictionaryCreate(
+        nullptr, keys, values, 1, &kCFCopyStringDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     const bool trusted = AXIsProcessTrustedWithOptions(options);
     CFRelease(options);
     return trusted;
@@ -118,7 +121,9 @@ Accessibility::Token QtDesktop::addObserver(Observer observer) {
     return 0;
 }
 
-void QtDesktop::removeObserver(Token token) { (void)token; }
+void QtDesktop::removeObserver(Token token) {
+    (void)token;
+}
 
 #endif
 

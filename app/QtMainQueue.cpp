@@ -27,13 +27,16 @@ private:
 
 } // namespace
 
-void QtMainQueue::post(Task task) { QTimer::singleShot(0, QCoreApplication::instance(), std::move(task)); }
+void QtMainQueue::post(Task task) {
+    QTimer::singleShot(0, QCoreApplication::instance(), std::move(task));
+}
 
 void QtMainQueue::postAfter(std::chrono::milliseconds delay, Task task) {
     QTimer::singleShot(delay, Qt::PreciseTimer, QCoreApplication::instance(), std::move(task));
 }
 
-std::unique_ptr<RepeatingTimer> QtMainQueue::scheduleRepeating(std::chrono::milliseconds interval, Task task) {
+std::unique_ptr<RepeatingTimer> QtMainQueue::scheduleRepeating(std::chrono::milliseconds interval,
+                                                               Task task) {
     return std::make_unique<QtRepeatingTimer>(interval, std::move(task));
 }
 

@@ -5,7 +5,8 @@
 
 namespace varnoth {
 
-QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder) : resourcesFolder_(std::move(resourcesFolder)) {
+QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder)
+    : resourcesFolder_(std::move(resourcesFolder)) {
     tray_.setToolTip(QStringLiteral("Varnoth Brelvane Agent"));
 }
 

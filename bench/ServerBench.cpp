@@ -12,8 +12,8 @@
 #include <atomic>
 #include <benchmark/benchmark.h>
 #include <csignal>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <malloc.h>
@@ -46,7 +46,9 @@ void release(void* block) {
     }
 }
 
-void* pugiAllocate(size_t size) { return counted(std::malloc(size)); }
+void* pugiAllocate(size_t size) {
+    return counted(std::malloc(size));
+}
 
 double threadSeconds() {
     timespec now{};
@@ -62,21 +64,23 @@ std::size_t startPeak() {
 std::string makeAnswer() {
     std::string html;
     for (int line = 0; line < 100; ++line) {
-        html += "&lt;p style=\"font-family: Helvetica\"&gt;Viele Grüße – 東京 – 😀 Line " + std::to_string(line) +
-                " of a long signature with &amp;amp; entities&lt;/p&gt;\n";
+        html += "&lt;p style=\"font-family: Helvetica\"&gt;Viele Grüße – 東京 – 😀 Line " +
+                std::to_string(line) + " of a long signature with &amp;amp; entities&lt;/p&gt;\n";
     }
     html.resize(std::min<std::size_t>(html.size(), 9800));
     html = html.substr(0, html.rfind('\n') + 1);
-    std::string text = "<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>bench</Identifier>"
-                       "<DeploymentInformation><DeploymentDataSource>Group</DeploymentDataSource>"
-                       "<DeploymentDataSourceName>Bench</DeploymentDataSourceName></DeploymentInformation><DeploymentData>"
-                       "<DefaultSignature>1</DefaultSignature><ReplyForwardSignature>2</ReplyForwardSignature>"
-                       "<RemoveOtherSignatures>UseGlobalSettings</RemoveOtherSignatures><Templates>";
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>bench</Identifier>"
+        "<DeploymentInformation><DeploymentDataSource>Group</DeploymentDataSource>"
+        "<DeploymentDataSourceName>Bench</DeploymentDataSourceName></DeploymentInformation><DeploymentData>"
+        "<DefaultSignature>1</DefaultSignature><ReplyForwardSignature>2</ReplyForwardSignature>"
+        "<RemoveOtherSignatures>UseGlobalSettings</RemoveOtherSignatures><Templates>";
     for (int i = 1; i <= 500; ++i) {
-        text += "<Template><Id>" + std::to_string(i) + "</Id><Name>Signature " + std::to_string(i) + "</Name><HTML>" +
-                html + "</HTML></Template>";
+        text += "<Template><Id>" + std::to_string(i) + "</Id><Name>Signature " + std::to_string(i) +
+                "</Name><HTML>" + html + "</HTML></Template>";
     }
-    text += "</Templates></DeploymentData><ApplicationSettings><RemoveOtherSignatures>false</RemoveOtherSignatures>"
+    text += "</Templates></DeploymentData><ApplicationSettings><RemoveOtherSignatures>false</"
+            "RemoveOtherSignatures>"
             "</ApplicationSettings></Response>";
     return text;
 }
@@ -99,7 +103,8 @@ void report(benchmark::State& state, std::size_t peak) {
     state.counters["answer_MB"] = text / 1e6;
     state.counters["peak_MB"] = static_cast<double>(peak) / 1e6;
     state.counters["peak_per_text"] = static_cast<double>(peak) / text;
-    state.counters["peak_per_wire"] = static_cast<double>(peak) / static_cast<double>(varnoth::utf16::encode(answer()).size());
+    state.counters["peak_per_wire"] =
+        static_cast<double>(peak) / static_cast<double>(varnoth::utf16::encode(answer()).size());
 }
 
 void PugixmlAlone(benchmark::State& state) {
@@ -109,7 +114,8 @@ void PugixmlAlone(benchmark::State& state) {
     for (auto _ : state) {
         const std::size_t base = startPeak();
         pugi::xml_document document;
-        benchmark::DoNotOptimize(document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8));
+        benchmark::DoNotOptimize(
+            document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8));
         peak = std::max(peak, heapPeak.load() - base);
     }
     report(state, peak);
@@ -154,7 +160,9 @@ void DecodeAndUnframe(benchmark::State& state) {
     for (auto _ : state) {
         for (std::size_t chunk = 0; chunk < wire.size(); chunk += varnoth::NetworkService::readLength) {
             benchmark::DoNotOptimize(varnoth::framing::chunkHoldsEndMarker(
-                std::string_view(wire).substr(0, std::min(wire.size(), chunk + varnoth::NetworkService::readLength)), chunk));
+                std::string_view(wire).substr(
+                    0, std::min(wire.size(), chunk + varnoth::NetworkService::readLength)),
+                chunk));
         }
         auto text = varnoth::utf16::decode(wire);
         benchmark::DoNotOptimize(varnoth::framing::unframe(std::move(*text)));
@@ -166,8 +174,10 @@ BENCHMARK(DecodeAndUnframe)->Unit(benchmark::kMillisecond);
 class LoopbackServer {
 public:
     LoopbackServer() {
-        file_ = std::filesystem::temp_directory_path() / ("varnoth-bench-answer-" + std::to_string(getpid()) + ".txt");
-        std::ofstream(file_, std::ios::binary) << varnoth::framing::startMarker << answer() << varnoth::framing::endMarker;
+        file_ = std::filesystem::temp_directory_path() /
+                ("varnoth-bench-answer-" + std::to_string(getpid()) + ".txt");
+        std::ofstream(file_, std::ios::binary)
+            << varnoth::framing::startMarker << answer() << varnoth::framing::endMarker;
         int output[2];
         if (pipe(output) != 0) {
             throw std::runtime_error("pipe");
@@ -175,8 +185,8 @@ public:
         pid_ = fork();
         if (pid_ == 0) {
             dup2(output[1], STDOUT_FILENO);
-            execl(VARNOTH_SIGNATURE_SERVER, VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data", VARNOTH_EXAMPLES_DIR,
-                  "--answer-file", file_.c_str(), static_cast<char*>(nullptr));
+            execl(VARNOTH_SIGNATURE_SERVER, VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data",
+                  VARNOTH_EXAMPLES_DIR, "--answer-file", file_.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
         close(output[1]);
@@ -251,8 +261,18 @@ void* operator new(std::size_t size) {
     }
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* block) noexcept { release(block); }
-void operator delete[](void* block) noexcept { release(block); }
-void operator delete(void* block, std::size_t) noexcept { release(block); }
-void operator delete[](void* block, std::size_t) noexcept { release(block); }
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void operator delete(void* block) noexcept {
+    release(block);
+}
+void operator delete[](void* block) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    release(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    release(block);
+}

@@ -24,9 +24,13 @@ AppDelegate::~AppDelegate() {
     }
 }
 
-void AppDelegate::applicationDidFinishLaunching() { setUpAgent(); }
+void AppDelegate::applicationDidFinishLaunching() {
+    setUpAgent();
+}
 
-void AppDelegate::applicationWillTerminate() { Logger::log("Exiting"); }
+void AppDelegate::applicationWillTerminate() {
+    Logger::log("Exiting");
+}
 
 void AppDelegate::writeBanner() {
     const BundleInfo& bundle = Platform::bundle();
@@ -52,12 +56,14 @@ void AppDelegate::setUpAgent() {
     }
     Logger::log("Waiting for accessibility permission");
     requestAccessibility(true);
-    accessibilityObserver_ = Platform::accessibility().addObserver([this] { accessibilityPermissionReceived(); });
+    accessibilityObserver_ =
+        Platform::accessibility().addObserver([this] { accessibilityPermissionReceived(); });
 }
 
 bool AppDelegate::requestAccessibility(bool prompt) {
     const bool trusted = Platform::accessibility().isTrusted(prompt);
-    Logger::log(std::string("Application is granted accessibility permission: ") + (trusted ? "true" : "false"));
+    Logger::log(std::string("Application is granted accessibility permission: ") +
+                (trusted ? "true" : "false"));
     return trusted;
 }
 
@@ -95,7 +101,9 @@ std::chrono::milliseconds AppDelegate::updateInterval(float updateFrequencyMinut
     return std::chrono::milliseconds(std::llround(widened * 1000.0));
 }
 
-void AppDelegate::autoUpdateSignatures() { updateSignatures(false); }
+void AppDelegate::autoUpdateSignatures() {
+    updateSignatures(false);
+}
 
 void AppDelegate::runOnce() {
     writeBanner();
@@ -140,7 +148,8 @@ void AppDelegate::updateSignatures(bool userInitiated) {
 
     Config& config = Config::shared();
     if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
-        const std::string message = "Missing SignatureServerAddress configuration. Unable to update signatures.";
+        const std::string message =
+            "Missing SignatureServerAddress configuration. Unable to update signatures.";
         Logger::log(message);
         showUpdateFailedAlert(message, userInitiated);
         finishUpdate(false);
@@ -182,7 +191,8 @@ void AppDelegate::updateSignatures(bool userInitiated) {
     });
 }
 
-void AppDelegate::handleSignatures(const std::optional<SignatureDescriptor>& outcome, const UpdateContext& context) {
+void AppDelegate::handleSignatures(const std::optional<SignatureDescriptor>& outcome,
+                                   const UpdateContext& context) {
     if (!outcome) {
         Logger::log("Error Update signatures: Fetching signature failed");
         submitDeploymentLog(context.service, false);
@@ -196,7 +206,8 @@ void AppDelegate::handleSignatures(const std::optional<SignatureDescriptor>& out
     if (outcome->noSetting) {
         stopCapturing();
         setLoading(false);
-        showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + context.address + ".",
+        showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + context.address +
+                                  ".",
                               context.userInitiated);
         finishUpdate(false);
         return;
@@ -236,15 +247,19 @@ struct DefaultSignatureSteps {
     void (OutlookHandler::*remove)();
 };
 
-const DefaultSignatureSteps newDefaultSteps{
-    "Default new email signature will be updated if needed", "Default new email signature: <None>",
-    "Default new email signature: <Do Not Change>", &OutlookHandler::defaultNewSignatureNeedsUpdate,
-    &OutlookHandler::createDefaultNewSignature, &OutlookHandler::deleteDefaultNewSignature};
+const DefaultSignatureSteps newDefaultSteps{"Default new email signature will be updated if needed",
+                                            "Default new email signature: <None>",
+                                            "Default new email signature: <Do Not Change>",
+                                            &OutlookHandler::defaultNewSignatureNeedsUpdate,
+                                            &OutlookHandler::createDefaultNewSignature,
+                                            &OutlookHandler::deleteDefaultNewSignature};
 
 const DefaultSignatureSteps replyDefaultSteps{
     "Default reply forward email signature will be updated if needed",
-    "Default reply forward email signature: <None>", "Default reply forward email signature: <Do Not Change>",
-    &OutlookHandler::defaultReplySignatureNeedsUpdate, &OutlookHandler::createDefaultReplySignature,
+    "Default reply forward email signature: <None>",
+    "Default reply forward email signature: <Do Not Change>",
+    &OutlookHandler::defaultReplySignatureNeedsUpdate,
+    &OutlookHandler::createDefaultReplySignature,
     &OutlookHandler::deleteDefaultReplySignature};
 
 void applyDefaultSignature(SignatureAction action, const std::optional<std::string>& content,
@@ -278,10 +293,10 @@ void AppDelegate::applySignatures(const SignatureDescriptor& descriptor, Outlook
         outlook.deleteSignatures();
     }
 
-    applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps, outlook,
-                          defaultChanged, allSucceeded);
-    applyDefaultSignature(descriptor.replySignatureAction, descriptor.replySignature, replyDefaultSteps, outlook,
-                          defaultChanged, allSucceeded);
+    applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps,
+                          outlook, defaultChanged, allSucceeded);
+    applyDefaultSignature(descriptor.replySignatureAction, descriptor.replySignature, replyDefaultSteps,
+                          outlook, defaultChanged, allSucceeded);
 
     // Signatures the last run installed and the server no longer lists are removed; a list holding
     // anything but names is not trusted as a whole.

@@ -65,7 +65,8 @@ public:
         if (plist_get_node_type(node) == PLIST_REAL) {
             double value = 0;
             plist_get_real_val(node, &value);
-            if (value >= INT32_MIN && value <= INT32_MAX && static_cast<double>(static_cast<std::int32_t>(value)) == value) {
+            if (value >= INT32_MIN && value <= INT32_MAX &&
+                static_cast<double>(static_cast<std::int32_t>(value)) == value) {
                 return static_cast<std::int32_t>(value);
             }
         }
@@ -83,7 +84,8 @@ std::unique_ptr<Config>& sharedInstance() {
     return instance;
 }
 
-const char* const incorrectFormat = "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
+const char* const incorrectFormat =
+    "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
 
 bool readWholeFile(const std::filesystem::path& path, std::string& content) {
     std::error_code error;
@@ -113,7 +115,9 @@ Config& Config::shared() {
     return *instance;
 }
 
-void Config::setShared(std::unique_ptr<Config> config) { sharedInstance() = std::move(config); }
+void Config::setShared(std::unique_ptr<Config> config) {
+    sharedInstance() = std::move(config);
+}
 
 Config::Locations Config::platformLocations() {
     return Locations{PlatformPaths::systemConfigFolder(), PlatformPaths::applicationSupportFolder(),
@@ -235,18 +239,40 @@ float Config::UpdateFrequency() const {
     return parsed ? *parsed * multiplier : fallback;
 }
 
-bool Config::AllowConfigureDefaultSignatures() const { return boolValue("AllowConfigureDefaultSignatures", true); }
-bool Config::ShowViewLogMenu() const { return boolValue("ShowViewLogMenu", true); }
-bool Config::ShowExitMenu() const { return boolValue("ShowExitMenu", true); }
-bool Config::ShowLaunchAtLogon() const { return boolValue("ShowLaunchAtLogon", false); }
-bool Config::ShowConfigurationMenu() const { return boolValue("ShowConfigurationMenu", true); }
-bool Config::SignatureServerAutodetect() const { return boolValue("SignatureServerAutodetect", false); }
-bool Config::SuppressErrorMessages() const { return boolValue("SuppressErrorMessages", false); }
+bool Config::AllowConfigureDefaultSignatures() const {
+    return boolValue("AllowConfigureDefaultSignatures", true);
+}
+bool Config::ShowViewLogMenu() const {
+    return boolValue("ShowViewLogMenu", true);
+}
+bool Config::ShowExitMenu() const {
+    return boolValue("ShowExitMenu", true);
+}
+bool Config::ShowLaunchAtLogon() const {
+    return boolValue("ShowLaunchAtLogon", false);
+}
+bool Config::ShowConfigurationMenu() const {
+    return boolValue("ShowConfigurationMenu", true);
+}
+bool Config::SignatureServerAutodetect() const {
+    return boolValue("SignatureServerAutodetect", false);
+}
+bool Config::SuppressErrorMessages() const {
+    return boolValue("SuppressErrorMessages", false);
+}
 
-std::string Config::SignatureServerAddress() const { return textValue("SignatureServerAddress").value_or(""); }
-std::string Config::LDAPUser() const { return textValue("LDAPUser").value_or(""); }
-std::string Config::LDAPPassword() const { return textValue("LDAPPassword").value_or(""); }
-std::string Config::LDAPServer() const { return textValue("LDAPServer").value_or(""); }
+std::string Config::SignatureServerAddress() const {
+    return textValue("SignatureServerAddress").value_or("");
+}
+std::string Config::LDAPUser() const {
+    return textValue("LDAPUser").value_or("");
+}
+std::string Config::LDAPPassword() const {
+    return textValue("LDAPPassword").value_or("");
+}
+std::string Config::LDAPServer() const {
+    return textValue("LDAPServer").value_or("");
+}
 
 std::int32_t Config::SignatureServerPort() const {
     constexpr std::int32_t fallback = 5757;
@@ -266,7 +292,8 @@ std::string Config::UserEmailAddress() const {
         if (auto value = plistSettings ? plistSettings->text("UserEmailAddress") : std::nullopt) {
             return *value;
         }
-    } else if (auto found = settings.find("UserEmailAddress"); found != settings.end() && !found->second.empty()) {
+    } else if (auto found = settings.find("UserEmailAddress");
+               found != settings.end() && !found->second.empty()) {
         return found->second;
     }
     return Platform::userDefaults().string("UserEmailAddress").value_or("");
@@ -286,9 +313,12 @@ std::string Config::settingsText() const {
            "\nSignatureServerAddress: " + SignatureServerAddress() +
            "\nSignatureServerPort: " + std::to_string(SignatureServerPort()) +
            "\nShowConfigurationMenu: " + flag(ShowConfigurationMenu()) +
-           "\nUserEmailAddress: " + UserEmailAddress() + "\nSuppressErrorMessages: " + flag(SuppressErrorMessages());
+           "\nUserEmailAddress: " + UserEmailAddress() +
+           "\nSuppressErrorMessages: " + flag(SuppressErrorMessages());
 }
 
-void Config::logSettings() const { Logger::log(settingsText()); }
+void Config::logSettings() const {
+    Logger::log(settingsText());
+}
 
 } // namespace varnoth

@@ -35,7 +35,9 @@ const std::filesystem::path& Logger::logFilePath() {
     return *storedPath();
 }
 
-void Logger::setLogFilePath(std::filesystem::path path) { storedPath() = std::move(path); }
+void Logger::setLogFilePath(std::filesystem::path path) {
+    storedPath() = std::move(path);
+}
 
 void Logger::log(const std::string& message) {
     const std::string line = timestamp() + "  " + message + "\n";

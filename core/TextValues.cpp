@@ -53,7 +53,9 @@ constexpr std::string_view unicodeSpaces[] = {
     "\u2007", "\u2008", "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000",
 };
 
-bool isAsciiSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+bool isAsciiSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 
 std::size_t spaceAtFront(std::string_view text) {
     if (text.empty()) {
@@ -139,7 +141,8 @@ std::string replaceAll(std::string text, std::string_view from, std::string_view
     std::string result;
     result.reserve(text.size());
     std::size_t start = 0;
-    for (std::size_t found; (found = text.find(from, start)) != std::string::npos; start = found + from.size()) {
+    for (std::size_t found; (found = text.find(from, start)) != std::string::npos;
+         start = found + from.size()) {
         result.append(text, start, found - start);
         result.append(to);
     }

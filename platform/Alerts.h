@@ -8,7 +8,8 @@ namespace varnoth {
 class Alerts {
 public:
     virtual ~Alerts() = default;
-    virtual void showModal(const std::string& title, const std::string& message, const std::string& button) = 0;
+    virtual void showModal(const std::string& title, const std::string& message,
+                           const std::string& button) = 0;
 };
 
 } // namespace varnoth

@@ -20,7 +20,8 @@ public:
     // Runs the task on the main thread once the delay has passed.
     virtual void postAfter(std::chrono::milliseconds delay, Task task) = 0;
     // Runs the task every interval until the returned timer is invalidated or dropped.
-    virtual std::unique_ptr<RepeatingTimer> scheduleRepeating(std::chrono::milliseconds interval, Task task) = 0;
+    virtual std::unique_ptr<RepeatingTimer> scheduleRepeating(std::chrono::milliseconds interval,
+                                                              Task task) = 0;
 };
 
 } // namespace varnoth

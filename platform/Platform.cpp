@@ -41,36 +41,52 @@ void Platform::install(Ports ports) {
     current() = std::move(ports);
 }
 
-const Platform::Ports& Platform::ports() { return current(); }
+const Platform::Ports& Platform::ports() {
+    return current();
+}
 
-MainQueue& Platform::mainQueue() { return required(current().mainQueue, "main queue"); }
+MainQueue& Platform::mainQueue() {
+    return required(current().mainQueue, "main queue");
+}
 
 Clock& Platform::clock() {
     static SystemClock fallback;
     return current().clock != nullptr ? *current().clock : fallback;
 }
 
-UserDefaults& Platform::userDefaults() { return required(current().userDefaults, "user defaults"); }
+UserDefaults& Platform::userDefaults() {
+    return required(current().userDefaults, "user defaults");
+}
 
 HostInfo& Platform::hostInfo() {
     static PosixHostInfo fallback;
     return current().hostInfo != nullptr ? *current().hostInfo : fallback;
 }
 
-Accessibility& Platform::accessibility() { return required(current().accessibility, "accessibility"); }
+Accessibility& Platform::accessibility() {
+    return required(current().accessibility, "accessibility");
+}
 
-StatusItem* Platform::statusItem() { return current().statusItem; }
+StatusItem* Platform::statusItem() {
+    return current().statusItem;
+}
 
-Alerts& Platform::alerts() { return required(current().alerts, "alerts"); }
+Alerts& Platform::alerts() {
+    return required(current().alerts, "alerts");
+}
 
-Workspace& Platform::workspace() { return required(current().workspace, "workspace"); }
+Workspace& Platform::workspace() {
+    return required(current().workspace, "workspace");
+}
 
 ProcessLauncher& Platform::processLauncher() {
     static PosixProcessLauncher fallback;
     return current().processLauncher != nullptr ? *current().processLauncher : fallback;
 }
 
-Application& Platform::application() { return required(current().application, "application"); }
+Application& Platform::application() {
+    return required(current().application, "application");
+}
 
 ScriptHost& Platform::scriptHost() {
     // Runs the bundle's script resource as a program; with no resources folder it finds no script.
@@ -78,8 +94,12 @@ ScriptHost& Platform::scriptHost() {
     return current().scriptHost != nullptr ? *current().scriptHost : fallback;
 }
 
-LoginItem* Platform::loginItem() { return current().loginItem; }
+LoginItem* Platform::loginItem() {
+    return current().loginItem;
+}
 
-const BundleInfo& Platform::bundle() { return current().bundle; }
+const BundleInfo& Platform::bundle() {
+    return current().bundle;
+}
 
 } // namespace varnoth

@@ -64,7 +64,9 @@ std::filesystem::path PlatformPaths::dataFolder() {
 #endif
 }
 
-std::filesystem::path PlatformPaths::launchAgentsFolder() { return home() / "Library" / "LaunchAgents"; }
+std::filesystem::path PlatformPaths::launchAgentsFolder() {
+    return home() / "Library" / "LaunchAgents";
+}
 
 std::filesystem::path PlatformPaths::autostartFolder() {
     return fromEnvironment("XDG_CONFIG_HOME", home() / ".config") / "autostart";

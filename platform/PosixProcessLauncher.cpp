@@ -47,7 +47,8 @@ private:
     int fds_[2] = {-1, -1};
 };
 
-std::vector<std::string> mergedEnvironment(const std::vector<std::pair<std::string, std::string>>& additions) {
+std::vector<std::string>
+mergedEnvironment(const std::vector<std::pair<std::string, std::string>>& additions) {
     std::map<std::string, std::string> merged;
     std::vector<std::string> order;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
@@ -155,8 +156,8 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
 
         int waitMs = -1;
         if (request.timeLimit) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                                    std::chrono::steady_clock::now());
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {
                 result.timedOut = true;
                 break;
@@ -184,7 +185,8 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
         drain(outputSlot, output.read(), result.output, outputOpen);
         drain(errorsSlot, errors.read(), result.errorOutput, errorsOpen);
         if (inputSlot >= 0 && (fds[inputSlot].revents & (POLLOUT | POLLERR | POLLHUP)) != 0) {
-            const ssize_t n = ::write(input.write(), request.input.data() + written, request.input.size() - written);
+            const ssize_t n =
+                ::write(input.write(), request.input.data() + written, request.input.size() - written);
             if (n > 0) {
                 written += static_cast<std::size_t>(n);
             }
@@ -209,7 +211,8 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     return result;
 }
 
-bool PosixProcessLauncher::launch(const std::filesystem::path& program, const std::vector<std::string>& arguments) {
+bool PosixProcessLauncher::launch(const std::filesystem::path& program,
+                                  const std::vector<std::string>& arguments) {
     std::string path = program.string();
     std::vector<std::string> argumentTexts{path};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());

@@ -15,7 +15,7 @@ public:
         std::filesystem::path program;
         std::vector<std::string> arguments;
         std::string input; // written to the child's standard input, which is then closed
-        std::optional<std::chrono::milliseconds> timeLimit; // the child is killed after it
+        std::optional<std::chrono::milliseconds> timeLimit;           // the child is killed after it
         std::vector<std::pair<std::string, std::string>> environment; // added to the agent's own
     };
 

@@ -60,7 +60,8 @@ static void replaceInPlace(std::string& text, std::string_view from, std::string
     std::size_t write = 0;
     for (;;) {
         const void* hit = memmem(data + read, size - read, from.data(), from.size());
-        const std::size_t found = hit == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(hit) - data);
+        const std::size_t found =
+            hit == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(hit) - data);
         if (write != read) {
             std::memmove(data + write, data + read, found - read);
         }

@@ -38,14 +38,16 @@ void NetworkService::getSignatures(const std::string& email, Completion completi
         host = config.SignatureServerAddress();
     }
     tcpClient = std::make_unique<TCPClient>(host, config.SignatureServerPort());
-    schedule(std::chrono::milliseconds(0), [email, completion = std::move(completion)](NetworkService& service) mutable {
-        service.querySignatures(email, std::move(completion));
-    });
+    schedule(std::chrono::milliseconds(0),
+             [email, completion = std::move(completion)](NetworkService& service) mutable {
+                 service.querySignatures(email, std::move(completion));
+             });
 }
 
 bool NetworkService::connectAndSend(const std::string& request) {
     if (const auto error = tcpClient->connect(connectTimeout)) {
-        Logger::log("Failed to connect to host: " + tcpClient->address() + " error: " + error->localizedDescription);
+        Logger::log("Failed to connect to host: " + tcpClient->address() +
+                    " error: " + error->localizedDescription);
         return false;
     }
     Logger::log("Successfully connected to host: " + tcpClient->address());
@@ -62,9 +64,10 @@ void NetworkService::querySignatures(const std::string& email, Completion comple
         completion(std::nullopt);
         return;
     }
-    schedule(std::chrono::seconds(1), [email, completion = std::move(completion)](NetworkService& service) mutable {
-        service.receiveSignatures(email, std::move(completion));
-    });
+    schedule(std::chrono::seconds(1),
+             [email, completion = std::move(completion)](NetworkService& service) mutable {
+                 service.receiveSignatures(email, std::move(completion));
+             });
 }
 
 void NetworkService::receiveSignatures(const std::string& email, Completion completion) {
@@ -99,7 +102,8 @@ std::optional<std::string> NetworkService::readResponse() {
             continue;
         }
         if (buffer.size() > maxResponseBytes) {
-            Logger::log("Error: response from server exceeds " + std::to_string(maxResponseBytes) + " bytes, reading stopped");
+            Logger::log("Error: response from server exceeds " + std::to_string(maxResponseBytes) +
+                        " bytes, reading stopped");
             return std::nullopt;
         }
         if (framing::chunkHoldsEndMarker(buffer, chunkStart)) {
@@ -113,7 +117,8 @@ std::optional<std::string> NetworkService::readResponse() {
         Logger::log("Error: No response from server");
         return std::nullopt;
     }
-    if (text->find(framing::startMarker) == std::string::npos || text->find(framing::endMarker) == std::string::npos) {
+    if (text->find(framing::startMarker) == std::string::npos ||
+        text->find(framing::endMarker) == std::string::npos) {
         Logger::log("Error: Unsupported response from server: " + *text);
         return std::nullopt;
     }
@@ -141,14 +146,16 @@ void NetworkService::submitDeploymentLog(bool success, const std::string& log) {
     content.log = log;
     std::string body = makeDeploymentLogBody(content);
     Logger::log("Submitting deployment log");
-    schedule(std::chrono::milliseconds(0), [body = std::move(body)](NetworkService& service) { service.sendDeploymentLog(body); });
+    schedule(std::chrono::milliseconds(0),
+             [body = std::move(body)](NetworkService& service) { service.sendDeploymentLog(body); });
 }
 
 void NetworkService::sendDeploymentLog(const std::string& body) {
     if (!tcpClient) {
         // The run never asked for signatures (it had no address): report to the configured server.
         Config& config = Config::shared();
-        tcpClient = std::make_unique<TCPClient>(config.SignatureServerAddress(), config.SignatureServerPort());
+        tcpClient =
+            std::make_unique<TCPClient>(config.SignatureServerAddress(), config.SignatureServerPort());
     }
     connectAndSend(makeDeploymentLogRequest(body));
 }

@@ -59,13 +59,15 @@ std::string parseErrorDescription(const pugi::xml_parse_result& result) {
 } // namespace
 
 std::string asciiLowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c); });
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c);
+    });
     return text;
 }
 
 std::string makeSignaturesRequest(const std::string& emailAddress) {
-    return framing::frameRequest("GetSignatures", "1.1.0", "<EmailAddress>" + emailAddress + "</EmailAddress>");
+    return framing::frameRequest("GetSignatures", "1.1.0",
+                                 "<EmailAddress>" + emailAddress + "</EmailAddress>");
 }
 
 std::string makeDeploymentLogRequest(const std::string& body) {
@@ -74,7 +76,8 @@ std::string makeDeploymentLogRequest(const std::string& body) {
 
 std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text, DeploymentFields& fields) {
     pugi::xml_document document;
-    const pugi::xml_parse_result parsed = document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+    const pugi::xml_parse_result parsed =
+        document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
 
     const auto defaultId = textOf(lookup(document, {"Response", "DeploymentData", "DefaultSignature"}));
     const auto replyId = textOf(lookup(document, {"Response", "DeploymentData", "ReplyForwardSignature"}));
@@ -101,10 +104,13 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
         Logger::log("Warning: no <DeploymentInformation> found in response");
     }
 
-    const auto source = textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSource"}));
-    const auto sourceName = textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSourceName"}));
+    const auto source =
+        textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSource"}));
+    const auto sourceName =
+        textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSourceName"}));
     if (source && sourceName) {
-        Logger::log("Using the deployment configuration specified for the " + asciiLowercase(*source) + " '" + *sourceName + "'.");
+        Logger::log("Using the deployment configuration specified for the " + asciiLowercase(*source) + " '" +
+                    *sourceName + "'.");
     } else {
         Logger::log("Warning: no <DeploymentDataSource> or <DeploymentDataSourceName> found in response");
     }
@@ -138,11 +144,14 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
         }
     }
 
-    const auto globalText = textOf(lookup(document, {"Response", "ApplicationSettings", "RemoveOtherSignatures"}));
+    const auto globalText =
+        textOf(lookup(document, {"Response", "ApplicationSettings", "RemoveOtherSignatures"}));
     const bool global = globalText && asciiLowercase(*globalText) == "true";
-    Logger::log(std::string("Remove other signatures set to ") + (global ? "true" : "false") + " in global deployment options");
+    Logger::log(std::string("Remove other signatures set to ") + (global ? "true" : "false") +
+                " in global deployment options");
 
-    const std::string account = textOf(lookup(document, {"Response", "DeploymentData", "RemoveOtherSignatures"})).value_or("");
+    const std::string account =
+        textOf(lookup(document, {"Response", "DeploymentData", "RemoveOtherSignatures"})).value_or("");
     descriptor.removeOtherSignatures = global;
     if (account == "RemoveOtherSignatures") {
         descriptor.removeOtherSignatures = true;
@@ -155,7 +164,8 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     }
 
     if (!parsed) {
-        Logger::log("Error: failed to parse XML error: " + parseErrorDescription(parsed) + " for response: " + text);
+        Logger::log("Error: failed to parse XML error: " + parseErrorDescription(parsed) +
+                    " for response: " + text);
         return std::nullopt;
     }
     return descriptor;
@@ -187,7 +197,8 @@ std::string makeDeploymentLogBody(const DeploymentLogContent& content) {
     body += content.deployIdentifier;
     body += content.deployInformation;
     body += "<ExecutableFullFileName>" + content.bundleName + "</ExecutableFullFileName>";
-    body += "<ExecutableVersion>" + content.shortVersion + "." + content.bundleVersion + "</ExecutableVersion>";
+    body +=
+        "<ExecutableVersion>" + content.shortVersion + "." + content.bundleVersion + "</ExecutableVersion>";
     body += std::string("<Result>") + (content.success ? "Success" : "Failure") + "</Result>";
     body += "<DeploymentLog>" + escapeDeploymentLog(content.log) + "</DeploymentLog>";
     body += "<DateTimeUtc>" + content.times.utc + "</DateTimeUtc>";

@@ -16,7 +16,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-TCPError systemError(int code) { return TCPError{std::strerror(code)}; }
+TCPError systemError(int code) {
+    return TCPError{std::strerror(code)};
+}
 
 int remainingMilliseconds(Clock::time_point deadline) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -44,7 +46,9 @@ bool waitFor(int socket, short events, Clock::time_point deadline) {
 
 TCPClient::TCPClient(std::string address, std::int32_t port) : address_(std::move(address)), port_(port) {}
 
-TCPClient::~TCPClient() { close(); }
+TCPClient::~TCPClient() {
+    close();
+}
 
 void TCPClient::close() {
     if (socket_ >= 0) {
@@ -81,7 +85,8 @@ std::optional<TCPError> TCPClient::connect(std::chrono::milliseconds timeout) {
             last = systemError(ETIMEDOUT);
             break;
         }
-        const int fd = ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, candidate->ai_protocol);
+        const int fd = ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                                candidate->ai_protocol);
         if (fd < 0) {
             last = systemError(errno);
             continue;
@@ -147,7 +152,8 @@ std::optional<std::string> TCPClient::read(std::size_t maxLength, int timeoutSec
 }
 
 std::size_t TCPClient::readAppending(std::string& buffer, std::size_t maxLength, int timeoutSeconds) {
-    const auto wait = timeoutSeconds < 0 ? idleWait : std::chrono::milliseconds(std::chrono::seconds(timeoutSeconds));
+    const auto wait =
+        timeoutSeconds < 0 ? idleWait : std::chrono::milliseconds(std::chrono::seconds(timeoutSeconds));
     const auto deadline = Clock::now() + wait;
     if (socket_ < 0 || peerClosed_ || maxLength == 0) {
         std::this_thread::sleep_until(deadline);

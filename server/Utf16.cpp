@@ -66,8 +66,12 @@ bool fourAscii(const unsigned char* data, std::size_t index) {
     return (block & 0xFF80FF80FF80FF80ULL) == 0;
 }
 
-bool isHigh(std::uint16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLow(std::uint16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHigh(std::uint16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLow(std::uint16_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 } // namespace
 
@@ -142,7 +146,8 @@ std::optional<std::string> decode(std::string_view bytes) {
             if (i + 1 >= count || !isLow(unitAt(data, i + 1))) {
                 return std::nullopt;
             }
-            const char32_t point = 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (unitAt(data, ++i) - 0xDC00);
+            const char32_t point =
+                0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (unitAt(data, ++i) - 0xDC00);
             at[0] = static_cast<char>(0xF0 | (point >> 18));
             at[1] = static_cast<char>(0x80 | ((point >> 12) & 0x3F));
             at[2] = static_cast<char>(0x80 | ((point >> 6) & 0x3F));

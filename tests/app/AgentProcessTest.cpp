@@ -46,19 +46,20 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
     const std::string text = logText();
-    std::vector<std::string> order{"--------------- Varnoth Brelvane Agent Version ",
-                                   "Operating system is macOS ",
-                                   "The current user is ",
-                                   "The current computer is ",
-                                   "Loading in progress: false",
-                                   "Accessibility permission is set up correctly",
-                                   "Starting app engine",
-                                   "\nUpdateFrequency: 60.0\nAllowConfigureDefaultSignatures: true\nShowViewLogMenu: true\n"
-                                   "ShowExitMenu: true\nShowLaunchAtLogon: false\nSignatureServerAddress: \n"
-                                   "SignatureServerPort: 5757\nShowConfigurationMenu: true\nUserEmailAddress: \n"
-                                   "SuppressErrorMessages: true\n",
-                                   "Update signatures started",
-                                   "Exiting"};
+    std::vector<std::string> order{
+        "--------------- Varnoth Brelvane Agent Version ",
+        "Operating system is macOS ",
+        "The current user is ",
+        "The current computer is ",
+        "Loading in progress: false",
+        "Accessibility permission is set up correctly",
+        "Starting app engine",
+        "\nUpdateFrequency: 60.0\nAllowConfigureDefaultSignatures: true\nShowViewLogMenu: true\n"
+        "ShowExitMenu: true\nShowLaunchAtLogon: false\nSignatureServerAddress: \n"
+        "SignatureServerPort: 5757\nShowConfigurationMenu: true\nUserEmailAddress: \n"
+        "SuppressErrorMessages: true\n",
+        "Update signatures started",
+        "Exiting"};
     std::size_t at = 0;
     for (const auto& piece : order) {
         const std::size_t found = text.find(piece, at);
@@ -84,7 +85,8 @@ TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) 
     EXPECT_TRUE(result.started);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.errorOutput.find("Missing SignatureServerAddress configuration"), std::string::npos);
-    EXPECT_EQ(logLines().back(), "Missing SignatureServerAddress configuration. Unable to update signatures.");
+    EXPECT_EQ(logLines().back(),
+              "Missing SignatureServerAddress configuration. Unable to update signatures.");
 
     result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--version"}, {}, 30s, {}});
     EXPECT_EQ(result.output, "Varnoth Brelvane Agent 1.0.0.1\n");

@@ -1,6 +1,7 @@
 // Shows both dialog windows in the states a user meets, the open tray menu and the failure alert, and
-// saves each as a PNG image, for the documentation. Usage: screenshots <output folder>; run it under a display (xvfb-run) to get
-// the real platform's rendering. Nothing outside a temporary folder is read or written but the images.
+// saves each as a PNG image, for the documentation. Usage: screenshots <output folder>; run it under a
+// display (xvfb-run) to get the real platform's rendering. Nothing outside a temporary folder is read or
+// written but the images.
 
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"

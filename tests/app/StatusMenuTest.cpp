@@ -27,7 +27,8 @@ protected:
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
         Config::setShared(nullptr);
     }
-    // Titles in menu order, "-" for separators, "[x] " before a checked entry, "(off) " before a disabled one.
+    // Titles in menu order, "-" for separators, "[x] " before a checked entry, "(off) " before a disabled
+    // one.
     std::vector<std::string> shown() const {
         std::vector<std::string> result;
         for (QAction* action : tray->menu()->actions()) {
@@ -60,16 +61,17 @@ protected:
 TEST_F(StatusMenuTest, DefaultsShowEveryItemButLaunchAtLogin) {
     AppDelegate app;
     app.constructMenu();
-    EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures", "-",
-                                                 "Configure", "-", "View Logs", "-", "About", "-", "Exit"}));
+    EXPECT_EQ(shown(),
+              (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures", "-",
+                                        "Configure", "-", "View Logs", "-", "About", "-", "Exit"}));
 }
 
 TEST_F(StatusMenuTest, HiddenItemsTakeTheirSeparatorsAlong) {
     configure("ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n");
     AppDelegate app;
     app.constructMenu();
-    EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures", "-",
-                                                 "About", "-"}));
+    EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures",
+                                                 "-", "About", "-"}));
 }
 
 TEST_F(StatusMenuTest, LaunchAtLoginIsCheckedBelowUpdateAndTogglesWhenChosen) {
@@ -96,8 +98,9 @@ TEST_F(StatusMenuTest, ChoosingItemsRunsTheirActions) {
     EXPECT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(application.terminations, 1);
     const auto lines = logLines();
-    EXPECT_EQ(std::vector<std::string>(lines.end() - 3, lines.end()),
-              (std::vector<std::string>{"About menu selected", "View Logs menu selected", "Exit menu selected"}));
+    EXPECT_EQ(
+        std::vector<std::string>(lines.end() - 3, lines.end()),
+        (std::vector<std::string>{"About menu selected", "View Logs menu selected", "Exit menu selected"}));
 }
 
 } // namespace

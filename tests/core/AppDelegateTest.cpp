@@ -16,7 +16,9 @@ protected:
         auto start = std::find(lines.begin(), lines.end(), first);
         return {start, lines.end()};
     }
-    void configure(const std::string& text) { writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text); }
+    void configure(const std::string& text) {
+        writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
+    }
 };
 
 TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
@@ -91,8 +93,10 @@ TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
     EXPECT_EQ(AppDelegate::updateInterval(0), AppDelegate::minimumUpdateInterval);
     EXPECT_EQ(AppDelegate::updateInterval(-5), AppDelegate::minimumUpdateInterval);
     EXPECT_EQ(AppDelegate::updateInterval(0.01f), AppDelegate::minimumUpdateInterval);
-    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::quiet_NaN()), AppDelegate::minimumUpdateInterval);
-    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::infinity()), AppDelegate::maximumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::quiet_NaN()),
+              AppDelegate::minimumUpdateInterval);
+    EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::infinity()),
+              AppDelegate::maximumUpdateInterval);
 
     for (const auto& [text, interval] : {std::pair{"30m", 1800s}, std::pair{"2", 7200s}}) {
         Config::setShared(nullptr);
@@ -107,17 +111,17 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
     {
         AppDelegate app;
         app.constructMenu();
-        EXPECT_EQ(statusItem.titles(), (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-",
-                                                                 "Configure", "-", "View Logs", "-", "About", "-",
-                                                                 "Exit"}));
+        EXPECT_EQ(statusItem.titles(),
+                  (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-",
+                                            "Configure", "-", "View Logs", "-", "About", "-", "Exit"}));
     }
     configure("ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n");
     Config::setShared(nullptr);
     {
         AppDelegate app;
         app.constructMenu();
-        EXPECT_EQ(statusItem.titles(),
-                  (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-", "About", "-"}));
+        EXPECT_EQ(statusItem.titles(), (std::vector<std::string>{"Varnoth Brelvane Agent", "-",
+                                                                 "Update Signatures", "-", "About", "-"}));
     }
 }
 

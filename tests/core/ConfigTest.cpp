@@ -8,11 +8,14 @@ namespace {
 class ConfigTest : public AgentTest {
 protected:
     std::filesystem::path plistPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.plist"; }
-    std::filesystem::path systemTextPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.txt"; }
+    std::filesystem::path systemTextPath() const {
+        return systemConfigFolder() / "Varnoth Brelvane Agent.txt";
+    }
     std::filesystem::path userTextPath() const { return userConfigFolder() / "Varnoth Brelvane Agent.txt"; }
 
     static std::string plist(const std::string& body) {
-        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST "
+               "1.0//EN\" "
                "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>\n" +
                body + "</dict>\n</plist>\n";
     }
@@ -47,11 +50,12 @@ TEST_F(ConfigTest, NoFileGivesEveryDefaultAndReadsTheAddressFromUserDefaults) {
 }
 
 TEST_F(ConfigTest, TextFileGivesEveryKey) {
-    writeFile(systemTextPath(), "UpdateFrequency=30m\nAllowConfigureDefaultSignatures=0\nShowViewLogMenu=0\n"
-                                "ShowExitMenu = 0\nShowLaunchAtLogon=1\nSignatureServerAddress= sig.example.com \n"
-                                "SignatureServerPort = 6000\r\nShowConfigurationMenu=-3\nUserEmailAddress=fixed@example.com\n"
-                                "SignatureServerAutodetect=2\nLDAPUser=cn=reader\nLDAPPassword=secret\n"
-                                "LDAPServer=ldap://dir\nSuppressErrorMessages=+1\n");
+    writeFile(systemTextPath(),
+              "UpdateFrequency=30m\nAllowConfigureDefaultSignatures=0\nShowViewLogMenu=0\n"
+              "ShowExitMenu = 0\nShowLaunchAtLogon=1\nSignatureServerAddress= sig.example.com \n"
+              "SignatureServerPort = 6000\r\nShowConfigurationMenu=-3\nUserEmailAddress=fixed@example.com\n"
+              "SignatureServerAutodetect=2\nLDAPUser=cn=reader\nLDAPPassword=secret\n"
+              "LDAPServer=ldap://dir\nSuppressErrorMessages=+1\n");
     Config& config = load();
     EXPECT_FALSE(config.plistMode);
     EXPECT_EQ(config.UpdateFrequency(), 30.0f);
@@ -65,16 +69,17 @@ TEST_F(ConfigTest, TextFileGivesEveryKey) {
     EXPECT_EQ(config.UserEmailAddress(), "fixed@example.com");
     EXPECT_FALSE(config.UserEmailAddressEditable());
     EXPECT_TRUE(config.SignatureServerAutodetect());
-    EXPECT_EQ(config.LDAPUser(), "");      // two "=": the line is ignored
+    EXPECT_EQ(config.LDAPUser(), ""); // two "=": the line is ignored
     EXPECT_EQ(config.LDAPPassword(), "secret");
     EXPECT_EQ(config.LDAPServer(), "ldap://dir");
     EXPECT_TRUE(config.SuppressErrorMessages());
 }
 
 TEST_F(ConfigTest, TextValuesThatDoNotParseGiveTheirDefaults) {
-    writeFile(userTextPath(), "ShowExitMenu=false\nSignatureServerPort=60000000000\nUpdateFrequency=soon\n"
-                              "LDAPPassword=a=b\nShowViewLogMenu=yes\nUserEmailAddress=\nUserEmailAddress = \n"
-                              "SignatureServerAddress=first\nSignatureServerAddress=second\nsignatureserverport=1\n");
+    writeFile(userTextPath(),
+              "ShowExitMenu=false\nSignatureServerPort=60000000000\nUpdateFrequency=soon\n"
+              "LDAPPassword=a=b\nShowViewLogMenu=yes\nUserEmailAddress=\nUserEmailAddress = \n"
+              "SignatureServerAddress=first\nSignatureServerAddress=second\nsignatureserverport=1\n");
     defaults.setString("UserEmailAddress", "dialog@example.com");
     Config& config = load();
     EXPECT_TRUE(config.ShowExitMenu());
@@ -88,8 +93,8 @@ TEST_F(ConfigTest, TextValuesThatDoNotParseGiveTheirDefaults) {
 }
 
 TEST_F(ConfigTest, UpdateFrequencyIsHoursUnlessItEndsInM) {
-    const std::pair<const char*, float> cases[] = {{"2", 120}, {"1.5", 90}, {"30m", 30}, {"30M", 60},
-                                                   {"0.5m", 0.5f}, {"-1", -60}, {"m", 60}, {"2h", 60}};
+    const std::pair<const char*, float> cases[] = {{"2", 120},     {"1.5", 90}, {"30m", 30}, {"30M", 60},
+                                                   {"0.5m", 0.5f}, {"-1", -60}, {"m", 60},   {"2h", 60}};
     for (const auto& [value, minutes] : cases) {
         Config::setShared(nullptr);
         writeFile(userTextPath(), std::string("UpdateFrequency=") + value + "\n");
@@ -152,10 +157,11 @@ TEST_F(ConfigTest, BinaryPropertyListFromAnIndependentWriter) {
     std::filesystem::create_directories(systemConfigFolder());
     PosixProcessLauncher launcher;
     auto result = launcher.run({"/usr/bin/python3",
-                                {"-c", "import plistlib,sys\n"
-                                       "d={'SignatureServerAddress':'bin.example.com','SignatureServerPort':7000,"
-                                       "'UpdateFrequency':'45m','ShowExitMenu':False}\n"
-                                       "open(sys.argv[1],'wb').write(plistlib.dumps(d,fmt=plistlib.FMT_BINARY))",
+                                {"-c",
+                                 "import plistlib,sys\n"
+                                 "d={'SignatureServerAddress':'bin.example.com','SignatureServerPort':7000,"
+                                 "'UpdateFrequency':'45m','ShowExitMenu':False}\n"
+                                 "open(sys.argv[1],'wb').write(plistlib.dumps(d,fmt=plistlib.FMT_BINARY))",
                                  plistPath().string()},
                                 {},
                                 std::chrono::seconds(30),
@@ -178,7 +184,8 @@ TEST_F(ConfigTest, SearchOrderIsSystemPlistThenSystemTextThenUserText) {
 }
 
 TEST_F(ConfigTest, UnusablePropertyListsGiveDefaultsAndTheirLogLine) {
-    const std::string notDictionary = "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>";
+    const std::string notDictionary =
+        "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>";
     std::string junk(4096, '\0');
     for (std::size_t i = 0; i < junk.size(); ++i) {
         junk[i] = static_cast<char>((i * 7919) % 251);
@@ -192,8 +199,8 @@ TEST_F(ConfigTest, UnusablePropertyListsGiveDefaultsAndTheirLogLine) {
         const std::string printed = testing::internal::GetCapturedStdout();
         EXPECT_TRUE(config.plistMode);
         EXPECT_EQ(config.SignatureServerPort(), 5757);
-        EXPECT_EQ(logLines().back(),
-                  "Error reading plist configuration: The data couldn\u2019t be read because it isn\u2019t in the correct format.");
+        EXPECT_EQ(logLines().back(), "Error reading plist configuration: The data couldn\u2019t be read "
+                                     "because it isn\u2019t in the correct format.");
         EXPECT_NE(printed.find("Error reading plist configuration"), std::string::npos);
     }
 }
@@ -218,7 +225,8 @@ TEST_F(ConfigTest, LargeTextFileIsReadWhole) {
 }
 
 TEST_F(ConfigTest, SettingsEntryIsElevenLinesWithoutDirectorySettings) {
-    writeFile(userTextPath(), "UpdateFrequency=1.5\nSignatureServerAddress=sig\nLDAPPassword=hunter2\nShowExitMenu=0\n");
+    writeFile(userTextPath(),
+              "UpdateFrequency=1.5\nSignatureServerAddress=sig\nLDAPPassword=hunter2\nShowExitMenu=0\n");
     load().logSettings();
     const std::vector<std::string> lines = logLines();
     const std::vector<std::string> entry(lines.end() - 11, lines.end());

@@ -48,7 +48,8 @@ TEST_F(LoggerTest, UnwritableFolderPrintsLoggingFailedAndCapturesNothing) {
         Logger::setLogFilePath(root() / "blocker/agent.log");
     } else {
         std::filesystem::create_directories(root() / "locked");
-        std::filesystem::permissions(root() / "locked", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        std::filesystem::permissions(root() / "locked",
+                                     std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
         Logger::setLogFilePath(root() / "locked/agent.log");
     }
     Logger::captureEnabled = true;

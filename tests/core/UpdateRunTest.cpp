@@ -59,20 +59,22 @@ protected:
         return folder;
     }
     std::filesystem::path standardData() {
-        return dataSet("data", "[global]\nremove-other-signatures = false\n"
-                               "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
-                               "additional = Legal | legal.html\nadditional = Gr\u00FC\u00DFe \U0001F600 | greet.html\n"
-                               "[mailbox change@example.com]\ndefault = new.html\nreply = reply.html\n",
-                       {{"legal.html", "<p>Legal</p>"},
-                        {"greet.html", "<p>Gr\u00FC\u00DFe \u2013 \u6771\u4EAC \u2013 \U0001F600</p>"},
-                        {"new.html", "<p>New</p>"},
-                        {"reply.html", "<p>Reply</p>"}});
+        return dataSet(
+            "data",
+            "[global]\nremove-other-signatures = false\n"
+            "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
+            "additional = Legal | legal.html\nadditional = Gr\u00FC\u00DFe \U0001F600 | greet.html\n"
+            "[mailbox change@example.com]\ndefault = new.html\nreply = reply.html\n",
+            {{"legal.html", "<p>Legal</p>"},
+             {"greet.html", "<p>Gr\u00FC\u00DFe \u2013 \u6771\u4EAC \u2013 \U0001F600</p>"},
+             {"new.html", "<p>New</p>"},
+             {"reply.html", "<p>Reply</p>"}});
     }
 
     void configure(const ServerProcess& server, const std::string& more = "") {
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
-                  "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server.port()) + "\n" +
-                      more);
+                  "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server.port()) +
+                      "\n" + more);
         Config::setShared(nullptr);
     }
 
@@ -85,8 +87,8 @@ protected:
     }
 
     std::string standIn(const std::string& command) {
-        ProcessLauncher::Result result =
-            Platform::processLauncher().run({VARNOTH_TEST_STANDIN, {command}, {}, std::chrono::seconds(20), {}});
+        ProcessLauncher::Result result = Platform::processLauncher().run(
+            {VARNOTH_TEST_STANDIN, {command}, {}, std::chrono::seconds(20), {}});
         return result.output;
     }
     int count(const std::string& line) {
@@ -117,7 +119,8 @@ TEST_F(UpdateRunTest, TimerRunWithUnchangedDefaultsRecreatesAdditionalSignatures
     EXPECT_EQ(defaults.stringArray("additionalSignatures")->size(), 2u);
     const auto logs = ServerProcess::waitForFiles(server.logFolder(), 2);
     ASSERT_EQ(logs.size(), 2u);
-    EXPECT_NE(readWholeFile(server.logFolder() / logs[1]).find("<Result>Success</Result>"), std::string::npos);
+    EXPECT_NE(readWholeFile(server.logFolder() / logs[1]).find("<Result>Success</Result>"),
+              std::string::npos);
     EXPECT_NE(standIn("list").find("Gr\u00FC\u00DFe \U0001F600"), std::string::npos);
 }
 
@@ -170,8 +173,9 @@ TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
         AppDelegate app;
         run(app, false);
     }
-    ServerProcess server({}, dataSet("later", "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
-                                              "additional = Legal | legal.html\n",
+    ServerProcess server({}, dataSet("later",
+                                     "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
+                                     "additional = Legal | legal.html\n",
                                      {{"legal.html", "<p>Legal v2</p>"}})
                                  .string());
     configure(server, "UserEmailAddress=keep@example.com\n");
@@ -184,9 +188,10 @@ TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
 
 TEST_F(UpdateRunTest, FailedCreationIsNotRecordedAndIsTriedAgain) {
     const std::string tooLong(300, 'x'); // the stand-in refuses names it cannot store
-    ServerProcess server({}, dataSet("data", "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
-                                             "additional = Legal | legal.html\nadditional = " +
-                                                 tooLong + " | legal.html\n",
+    ServerProcess server({}, dataSet("data",
+                                     "[mailbox keep@example.com]\ndefault = keep\nreply = keep\n"
+                                     "additional = Legal | legal.html\nadditional = " +
+                                         tooLong + " | legal.html\n",
                                      {{"legal.html", "<p>Legal</p>"}})
                                  .string());
     configure(server, "UserEmailAddress=keep@example.com\n");
@@ -200,7 +205,8 @@ TEST_F(UpdateRunTest, FailedCreationIsNotRecordedAndIsTriedAgain) {
     run(app, false);
     EXPECT_EQ(count("Creating signature " + tooLong), 2);
     const auto logs = ServerProcess::waitForFiles(server.logFolder(), 2);
-    EXPECT_NE(readWholeFile(server.logFolder() / logs[0]).find("<Result>Failure</Result>"), std::string::npos);
+    EXPECT_NE(readWholeFile(server.logFolder() / logs[0]).find("<Result>Failure</Result>"),
+              std::string::npos);
 }
 
 TEST_F(UpdateRunTest, NoAddressEndsTheRunAndReportsFailureWithoutAlertWhenSuppressed) {
@@ -239,27 +245,31 @@ TEST_F(UpdateRunTest, MissingServerAndUnassignedMailboxShowTheirAlerts) {
     AppDelegate app;
     run(app, false);
     ASSERT_EQ(alerts.shown.size(), 1u);
-    EXPECT_EQ(alerts.shown[0].message, "Missing SignatureServerAddress configuration. Unable to update signatures.");
+    EXPECT_EQ(alerts.shown[0].message,
+              "Missing SignatureServerAddress configuration. Unable to update signatures.");
 
     ServerProcess server({}, standardData().string());
     configure(server, "UserEmailAddress=nobody@example.com\n");
     run(app, false);
     ASSERT_EQ(alerts.shown.size(), 2u);
-    EXPECT_EQ(alerts.shown[1].message, "No Outlook signatures are assigned to your email address nobody@example.com.");
+    EXPECT_EQ(alerts.shown[1].message,
+              "No Outlook signatures are assigned to your email address nobody@example.com.");
     EXPECT_TRUE(ServerProcess::waitForFiles(server.logFolder(), 0).empty()); // nothing assigned: no report
 }
 
 TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
-    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
-              "SignatureServerAutodetect=1\nUserEmailAddress=keep@example.com\nLDAPServer=ldap://127.0.0.1:1\n");
+    writeFile(
+        userConfigFolder() / "Varnoth Brelvane Agent.txt",
+        "SignatureServerAutodetect=1\nUserEmailAddress=keep@example.com\nLDAPServer=ldap://127.0.0.1:1\n");
     Config::setShared(nullptr);
     AppDelegate app;
     run(app, false);
     EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 0);
     EXPECT_EQ(count("Error Update signatures: Fetching signature failed"), 1);
     const auto lines = logLines();
-    EXPECT_NE(std::find_if(lines.begin(), lines.end(),
-                           [](const std::string& line) { return line.rfind("Failed to connect to host: ", 0) == 0; }),
+    EXPECT_NE(std::find_if(
+                  lines.begin(), lines.end(),
+                  [](const std::string& line) { return line.rfind("Failed to connect to host: ", 0) == 0; }),
               lines.end());
 }
 

@@ -29,8 +29,15 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::strin
     logFolder_ = folder_ / "logs";
     recordFolder_ = folder_ / "requests";
 
-    std::vector<std::string> arguments{VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data", dataFolder,
-                                       "--log-dir", logFolder_.string(), "--record-dir", recordFolder_.string()};
+    std::vector<std::string> arguments{VARNOTH_SIGNATURE_SERVER,
+                                       "--port",
+                                       "0",
+                                       "--data",
+                                       dataFolder,
+                                       "--log-dir",
+                                       logFolder_.string(),
+                                       "--record-dir",
+                                       recordFolder_.string()};
     arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
     int output[2];
     if (pipe(output) != 0) {

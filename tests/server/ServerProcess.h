@@ -11,7 +11,8 @@ namespace varnoth::test {
 // deployment logs and recorded requests; stopped with SIGTERM when dropped.
 class ServerProcess {
 public:
-    explicit ServerProcess(std::vector<std::string> extraArguments = {}, std::string dataFolder = VARNOTH_EXAMPLES_DIR);
+    explicit ServerProcess(std::vector<std::string> extraArguments = {},
+                           std::string dataFolder = VARNOTH_EXAMPLES_DIR);
     ~ServerProcess();
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;

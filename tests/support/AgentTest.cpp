@@ -82,7 +82,8 @@ std::vector<std::string> AgentTest::logLines() const {
     std::istringstream in(logText());
     for (std::string line; std::getline(in, line);) {
         // A timestamped line starts with 19 characters and two blanks; continuation lines do not.
-        const bool stamped = line.size() >= 21 && line[4] == '-' && line[10] == ' ' && line.compare(19, 2, "  ") == 0;
+        const bool stamped =
+            line.size() >= 21 && line[4] == '-' && line[10] == ' ' && line.compare(19, 2, "  ") == 0;
         lines.push_back(stamped ? line.substr(21) : line);
     }
     return lines;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Application.h"
 #include "tests/support/FakeAccessibility.h"
 #include "tests/support/FakeAlerts.h"
 #include "tests/support/FakeHostInfo.h"
@@ -7,7 +8,6 @@
 #include "tests/support/FakeWorkspace.h"
 #include "tests/support/ManualMainQueue.h"
 #include "tests/support/MemoryUserDefaults.h"
-#include "platform/Application.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>

@@ -20,21 +20,28 @@ private:
 ManualMainQueue::ManualMainQueue()
     : wallStart_(std::chrono::system_clock::now()), steadyStart_(std::chrono::steady_clock::now()) {}
 
-void ManualMainQueue::post(Task task) { schedule(elapsed_, Entry{std::move(task), nullptr, {}}); }
+void ManualMainQueue::post(Task task) {
+    schedule(elapsed_, Entry{std::move(task), nullptr, {}});
+}
 
 void ManualMainQueue::postAfter(std::chrono::milliseconds delay, Task task) {
     schedule(elapsed_ + std::max(delay, std::chrono::milliseconds(0)), Entry{std::move(task), nullptr, {}});
 }
 
-std::unique_ptr<RepeatingTimer> ManualMainQueue::scheduleRepeating(std::chrono::milliseconds interval, Task task) {
+std::unique_ptr<RepeatingTimer> ManualMainQueue::scheduleRepeating(std::chrono::milliseconds interval,
+                                                                   Task task) {
     auto alive = std::make_shared<bool>(true);
     schedule(elapsed_ + interval, Entry{std::move(task), alive, interval});
     return std::make_unique<Timer>(interval, alive);
 }
 
-std::chrono::system_clock::time_point ManualMainQueue::now() const { return wallStart_ + elapsed_; }
+std::chrono::system_clock::time_point ManualMainQueue::now() const {
+    return wallStart_ + elapsed_;
+}
 
-std::chrono::steady_clock::time_point ManualMainQueue::steadyNow() const { return steadyStart_ + elapsed_; }
+std::chrono::steady_clock::time_point ManualMainQueue::steadyNow() const {
+    return steadyStart_ + elapsed_;
+}
 
 void ManualMainQueue::runUntilIdle() {
     while (runNextDue(elapsed_)) {

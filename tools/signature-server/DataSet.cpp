@@ -48,7 +48,8 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
     }
     std::sort(files.begin(), files.end());
     for (std::size_t i = 0; i < files.size(); ++i) {
-        data.templates[files[i]] = Template{std::to_string(i + 1), files[i], readFile(templateFolder / files[i])};
+        data.templates[files[i]] =
+            Template{std::to_string(i + 1), files[i], readFile(templateFolder / files[i])};
     }
 
     const auto configPath = folder / "signatures.conf";
@@ -72,7 +73,9 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
             const std::string header(text::trimmed(std::string_view(line).substr(1, line.size() - 2)));
             const std::size_t blank = header.find(' ');
             const std::string kind = header.substr(0, blank);
-            const std::string name = blank == std::string::npos ? "" : std::string(text::trimmed(std::string_view(header).substr(blank)));
+            const std::string name = blank == std::string::npos
+                                         ? ""
+                                         : std::string(text::trimmed(std::string_view(header).substr(blank)));
             inGlobal = kind == "global";
             current = nullptr;
             if (kind == "group" && !name.empty()) {
@@ -114,7 +117,8 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
             }
             const std::string file(text::trimmed(std::string_view(value).substr(bar + 1)));
             needTemplate(file);
-            current->additional.emplace_back(std::string(text::trimmed(std::string_view(value).substr(0, bar))), file);
+            current->additional.emplace_back(
+                std::string(text::trimmed(std::string_view(value).substr(0, bar))), file);
         } else if (key == "remove-other") {
             if (value != "remove" && value != "preserve" && value != "global") {
                 fail("remove-other is remove, preserve or global");
@@ -128,7 +132,8 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
     }
     for (const auto& [address, mailbox] : data.mailboxes) {
         if (mailbox.group && !data.groups.count(*mailbox.group)) {
-            throw std::runtime_error(configPath.string() + ": mailbox " + address + " names the unknown group " + *mailbox.group);
+            throw std::runtime_error(configPath.string() + ": mailbox " + address +
+                                     " names the unknown group " + *mailbox.group);
         }
     }
     return data;
@@ -153,7 +158,8 @@ std::string DataSet::answerFor(const std::string& requested) const {
             const Deployment& group = groups.at(*effective.group);
             source = "Group";
             sourceName = *effective.group;
-            effective.defaultTemplate = effective.defaultTemplate ? effective.defaultTemplate : group.defaultTemplate;
+            effective.defaultTemplate =
+                effective.defaultTemplate ? effective.defaultTemplate : group.defaultTemplate;
             effective.replyTemplate = effective.replyTemplate ? effective.replyTemplate : group.replyTemplate;
             effective.removeOther = effective.removeOther ? effective.removeOther : group.removeOther;
             if (effective.additional.empty()) {
@@ -161,7 +167,8 @@ std::string DataSet::answerFor(const std::string& requested) const {
             }
         }
 
-        addText(response, "Identifier", source == "Group" ? "group:" + sourceName + "/" + address : "mailbox:" + address);
+        addText(response, "Identifier",
+                source == "Group" ? "group:" + sourceName + "/" + address : "mailbox:" + address);
         pugi::xml_node information = response.append_child("DeploymentInformation");
         addText(information, "DeploymentDataSource", source);
         addText(information, "DeploymentDataSourceName", sourceName);
@@ -179,9 +186,10 @@ std::string DataSet::answerFor(const std::string& requested) const {
         addText(data, "DefaultSignature", idOf(effective.defaultTemplate));
         addText(data, "ReplyForwardSignature", idOf(effective.replyTemplate));
         const std::string removeOther = effective.removeOther.value_or("global");
-        addText(data, "RemoveOtherSignatures", removeOther == "remove"     ? "RemoveOtherSignatures"
-                                                   : removeOther == "preserve" ? "PreseveOtherSignatures"
-                                                                               : "UseGlobalSettings");
+        addText(data, "RemoveOtherSignatures",
+                removeOther == "remove"     ? "RemoveOtherSignatures"
+                : removeOther == "preserve" ? "PreseveOtherSignatures"
+                                            : "UseGlobalSettings");
         pugi::xml_node list = data.append_child("Templates");
         const auto addTemplate = [&](const Template& item, const std::string& name) {
             pugi::xml_node node = list.append_child("Template");
@@ -191,7 +199,8 @@ std::string DataSet::answerFor(const std::string& requested) const {
         };
         std::vector<std::string> defaults;
         for (const auto& choice : {effective.defaultTemplate, effective.replyTemplate}) {
-            if (choice && templates.count(*choice) && std::find(defaults.begin(), defaults.end(), *choice) == defaults.end()) {
+            if (choice && templates.count(*choice) &&
+                std::find(defaults.begin(), defaults.end(), *choice) == defaults.end()) {
                 defaults.push_back(*choice);
                 addTemplate(templates.at(*choice), std::filesystem::path(*choice).stem().string());
             }

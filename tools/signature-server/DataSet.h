@@ -31,7 +31,7 @@ class DataSet {
 public:
     static DataSet load(const std::filesystem::path& folder); // throws std::runtime_error
 
-    bool removeOtherSignatures = false; // the global deployment option
+    bool removeOtherSignatures = false;          // the global deployment option
     std::map<std::string, Template> templates;   // by file name
     std::map<std::string, Deployment> groups;    // by name
     std::map<std::string, Deployment> mailboxes; // by address in lower case

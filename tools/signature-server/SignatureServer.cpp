@@ -60,7 +60,8 @@ std::string SignatureServer::uniqueName(const char* prefix, const char* suffix) 
     return name;
 }
 
-void SignatureServer::store(const std::filesystem::path& folder, const std::string& name, std::string_view content) {
+void SignatureServer::store(const std::filesystem::path& folder, const std::string& name,
+                            std::string_view content) {
     try {
         writeAtomically(folder / name, content);
     } catch (const std::exception& error) {
@@ -78,11 +79,13 @@ SignatureServer::Reply SignatureServer::handle(std::string_view requestBytes) {
     }
     const std::string document = framing::unframe(*text);
     pugi::xml_document parsed;
-    const bool wellFormed = parsed.load_buffer(document.data(), document.size(), pugi::parse_default, pugi::encoding_utf8);
+    const bool wellFormed =
+        parsed.load_buffer(document.data(), document.size(), pugi::parse_default, pugi::encoding_utf8);
     const pugi::xml_node request = parsed.child("Request");
     const std::string type = request.attribute("Type").value();
 
-    if (type == "SubmitDeploymentLog" || (!wellFormed && text->find(R"(Type="SubmitDeploymentLog")") != std::string::npos)) {
+    if (type == "SubmitDeploymentLog" ||
+        (!wellFormed && text->find(R"(Type="SubmitDeploymentLog")") != std::string::npos)) {
         if (options_.logFolder) {
             store(*options_.logFolder, uniqueName("deployment-log", ".txt"), *text);
         }
@@ -101,7 +104,8 @@ SignatureServer::Reply SignatureServer::handle(std::string_view requestBytes) {
     }
     const std::string start = utf16::encodeAscii(framing::startMarker);
     const std::string end = utf16::encodeAscii(framing::endMarker);
-    return shape((options_.faults.noStartMarker ? "" : start) + bytes + (options_.faults.noEndMarker ? "" : end));
+    return shape((options_.faults.noStartMarker ? "" : start) + bytes +
+                 (options_.faults.noEndMarker ? "" : end));
 }
 
 SignatureServer::Reply SignatureServer::shape(std::string bytes) const {

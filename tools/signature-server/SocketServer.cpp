@@ -62,7 +62,8 @@ bool pause(std::chrono::milliseconds duration, int stopFd) {
 
 } // namespace
 
-SocketServer::SocketServer(SignatureServer& server, const std::string& address, std::uint16_t port) : server_(server) {
+SocketServer::SocketServer(SignatureServer& server, const std::string& address, std::uint16_t port)
+    : server_(server) {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
@@ -73,8 +74,10 @@ SocketServer::SocketServer(SignatureServer& server, const std::string& address, 
         throw std::runtime_error("cannot resolve " + address + ": " + ::gai_strerror(resolved));
     }
     std::string error = "no address";
-    for (const addrinfo* candidate = found; candidate != nullptr && listener_ < 0; candidate = candidate->ai_next) {
-        const int fd = ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_CLOEXEC, candidate->ai_protocol);
+    for (const addrinfo* candidate = found; candidate != nullptr && listener_ < 0;
+         candidate = candidate->ai_next) {
+        const int fd =
+            ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_CLOEXEC, candidate->ai_protocol);
         if (fd < 0) {
             error = std::strerror(errno);
             continue;
@@ -90,7 +93,8 @@ SocketServer::SocketServer(SignatureServer& server, const std::string& address, 
     }
     ::freeaddrinfo(found);
     if (listener_ < 0) {
-        throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " + error);
+        throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
+                                 error);
     }
     sockaddr_storage bound{};
     socklen_t length = sizeof bound;
@@ -195,7 +199,8 @@ void SocketServer::serve(int socket, int stopFd) {
                 return;
             }
             for (std::size_t i = 0; i < reply.writes.size(); ++i) {
-                if ((i > 0 && !pause(faults.chunkPause, stopFd)) || !sendAll(socket, reply.writes[i], stopFd)) {
+                if ((i > 0 && !pause(faults.chunkPause, stopFd)) ||
+                    !sendAll(socket, reply.writes[i], stopFd)) {
                     return;
                 }
             }

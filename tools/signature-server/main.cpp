@@ -48,7 +48,8 @@ const char* usage =
 int number(const std::string& option, const char* value, int low, int high) {
     const auto parsed = varnoth::text::parseInteger<int>(value);
     if (!parsed || *parsed < low || *parsed > high) {
-        throw std::invalid_argument(option + " wants a number from " + std::to_string(low) + " to " + std::to_string(high));
+        throw std::invalid_argument(option + " wants a number from " + std::to_string(low) + " to " +
+                                    std::to_string(high));
     }
     return *parsed;
 }
