@@ -80,8 +80,8 @@ def row(figure, goal_text, measured, unit, limit, compared, reason=""):
 for size, limit in ((1, 60.0), (5, 300.0)):
     pipeline, pugi = value(f"ReceivePipeline/{size}"), value(f"PugixmlAloneOnAnswer/{size}")
     ratio = pipeline / pugi if pipeline and pugi else None
-    goal = min(limit, 4 * pugi) if pugi else limit
-    row(f"Receive pipeline, {size} MB answer", f"<= 4x pugixml alone and <= {limit:.0f} ms", pipeline, "ms", goal,
+    goal = min(limit, 2 * pugi) if pugi else limit
+    row(f"Receive pipeline, {size} MB answer", f"<= 2x pugixml alone and <= {limit:.0f} ms", pipeline, "ms", goal,
         f"pugixml alone {fmt(pugi, 'ms')}" + (f" (x{ratio:.1f})" if ratio else ""),
         "UTF-16 decoding, the unframing copy and one log line per template (the log file is opened and closed per line) come on top of the XML parse")
 encode = value("Utf16EncodeAlone")
