@@ -5,6 +5,7 @@
 #include "tests/support/MemoryUserDefaults.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <unistd.h>
@@ -63,6 +64,17 @@ void FuzzEnvironment::trimLog() {
         // The log is this process's own temporary file (never a device), so truncating it is safe.
         std::filesystem::resize_file(Logger::logFilePath(), 0, error);
     }
+}
+
+Config::Locations FuzzEnvironment::configLocations() {
+    return Config::Locations{root() / "etc", root() / "support", "Agent"};
+}
+
+void FuzzEnvironment::writeInput(const std::filesystem::path& path, const std::uint8_t* data,
+                                 std::size_t size) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 }
 
 } // namespace varnoth::fuzz

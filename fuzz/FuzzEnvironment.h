@@ -1,5 +1,8 @@
 #pragma once
 
+#include "core/Config.h"
+
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 
@@ -15,6 +18,10 @@ public:
     // Sets everything up once per process (from LLVMFuzzerInitialize); later calls do nothing.
     static void setUp();
     static const std::filesystem::path& root();
+    // The configuration locations inside the private world, for a bundle named "Agent".
+    static Config::Locations configLocations();
+    // Writes the input as the file at the path (its folder made when missing), replacing what was there.
+    static void writeInput(const std::filesystem::path& path, const std::uint8_t* data, std::size_t size);
     // Empties the log file when it is over the limit; cheap enough to call per input.
     static void trimLog();
 };

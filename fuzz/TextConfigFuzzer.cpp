@@ -3,7 +3,6 @@
 #include "fuzz/FuzzEnvironment.h"
 
 #include <cstdint>
-#include <fstream>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     varnoth::fuzz::FuzzEnvironment::setUp();
@@ -13,14 +12,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using varnoth::Config;
     using varnoth::fuzz::FuzzEnvironment;
-    const Config::Locations locations{FuzzEnvironment::root() / "etc", FuzzEnvironment::root() / "support",
-                                      "Agent"};
+    const Config::Locations locations = FuzzEnvironment::configLocations();
     const auto file = locations.applicationSupportFolder / "Varnoth" / locations.bundleName / "Fuzz.txt";
-    std::filesystem::create_directories(file.parent_path());
-    {
-        std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    }
+    FuzzEnvironment::writeInput(file, data, size);
     const Config config(locations, "Fuzz");
     (void)config.UpdateFrequency();
     (void)config.AllowConfigureDefaultSignatures();

@@ -3,6 +3,7 @@
 #include "tests/directory/SlapdServer.h"
 #include "tests/faults/FaultTest.h"
 #include "tests/server/ServerProcess.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -17,29 +18,13 @@ class EnvironmentFaultTest : public FaultTest {
 protected:
     void SetUp() override {
         FaultTest::SetUp();
-        good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
-        goodRun(app, good->port());
+        startFromGoodRun();
     }
-    void TearDown() override {
-        good.reset();
-        FaultTest::TearDown();
-    }
-
-    AppDelegate app;
-    std::unique_ptr<ServerProcess> good;
 };
 
 TEST_F(EnvironmentFaultTest, DirectoryDownFallsBackToTheConfiguredServer) {
-    const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(probe);
     configure(good->port(), "SignatureServerAutodetect=1\nLDAPServer=ldap://127.0.0.1:" +
-                                std::to_string(ntohs(address.sin_port)) + "\n");
+                                std::to_string(LoopbackListener::closedPort()) + "\n");
     run(app);
     EXPECT_TRUE(logged("Error: Failed to get defaultNamingContext from LDAP server: ")) << logText();
     EXPECT_EQ(count(std::string("Parsed signature successfully for ") + mailbox), 1);

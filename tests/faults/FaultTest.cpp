@@ -29,6 +29,7 @@ void FaultTest::SetUp() {
 }
 
 void FaultTest::TearDown() {
+    good.reset();
     unsetenv("VARNOTH_OUTLOOK_STANDIN");
     OutlookHandler::defaultAccount.reset();
     AgentTest::TearDown();
@@ -91,6 +92,11 @@ std::map<std::string, std::string> FaultTest::storedSignatures() const {
 
 std::vector<std::string> FaultTest::additionalSignatures() const {
     return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
+}
+
+void FaultTest::startFromGoodRun() {
+    good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
+    goodRun(app, good->port());
 }
 
 void FaultTest::goodRun(AppDelegate& app, int goodPort) {

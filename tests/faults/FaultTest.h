@@ -3,6 +3,7 @@
 #include "core/AppDelegate.h"
 #include "platform/ProcessScriptHost.h"
 #include "tests/faults/FastClock.h"
+#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
 
 #include <filesystem>
@@ -43,6 +44,8 @@ protected:
 
     // The good run every fault starts from, against a server on goodPort; remembers its outcome.
     void goodRun(AppDelegate& app, int goodPort);
+    // Starts the good server and makes the good run with the test's own agent.
+    void startFromGoodRun();
     // Store and list of additional signatures as the good run left them.
     void expectKept() const;
     // The timer's next run against the good server succeeds and installs the full set again.
@@ -58,6 +61,8 @@ protected:
     FastClock fastClock{queue};
     std::map<std::string, std::string> keptSignatures;
     std::vector<std::string> keptList;
+    AppDelegate app;
+    std::unique_ptr<ServerProcess> good;
 };
 
 } // namespace varnoth::test

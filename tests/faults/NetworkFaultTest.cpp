@@ -6,6 +6,7 @@
 #include "tests/faults/FaultTest.h"
 #include "tests/faults/PeerServer.h"
 #include "tests/server/ServerProcess.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <arpa/inet.h>
 #include <mutex>
@@ -18,33 +19,14 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A loopback port with nobody listening on it.
-int closedPort() {
-    const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(probe);
-    return ntohs(address.sin_port);
-}
-
 // The signature server misbehaves during one timer run; the agent ends the run with its failure, keeps
 // what the good run before it installed, and the next run against a good server works.
 class NetworkFaultTest : public FaultTest {
 protected:
     void SetUp() override {
         FaultTest::SetUp();
-        good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
-        goodRun(app, good->port());
+        startFromGoodRun();
     }
-    void TearDown() override {
-        good.reset();
-        FaultTest::TearDown();
-    }
-
     // What every failed fetch shows: the run's error line, the alert, and nothing changed.
     void expectFailedFetch() {
         EXPECT_EQ(count("Error Update signatures: Fetching signature failed"), 1) << logText();
@@ -62,13 +44,10 @@ protected:
         EXPECT_NE(received[0].find("Error Update signatures: Fetching signature failed\n"),
                   std::string::npos);
     }
-
-    AppDelegate app;
-    std::unique_ptr<ServerProcess> good;
 };
 
 TEST_F(NetworkFaultTest, ServerRefusingConnections) {
-    configure(closedPort());
+    configure(LoopbackListener::closedPort());
     run(app);
     EXPECT_EQ(count("Failed to connect to host: 127.0.0.1 error: Connection refused"), 2); // query and log
     expectFailedFetch();

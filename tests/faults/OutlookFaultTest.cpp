@@ -20,8 +20,7 @@ class OutlookFaultTest : public FaultTest {
 protected:
     void SetUp() override {
         FaultTest::SetUp();
-        good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
-        goodRun(app, good->port());
+        startFromGoodRun();
         // The same mailbox with changed contents on a second server.
         const auto changed = root() / "changed";
         for (const char* file : {"new.html", "reply.html", "legal.html", "greet.html"}) {
@@ -112,9 +111,6 @@ protected:
         const auto logs = wholeDeploymentLogs(next->logFolder(), 2);
         ASSERT_EQ(logs.size(), 2u);
     }
-
-    AppDelegate app;
-    std::unique_ptr<ServerProcess> good;
     std::unique_ptr<ServerProcess> next;
     std::unique_ptr<ProcessScriptHost> faultyScripts;
 };

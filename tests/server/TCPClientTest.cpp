@@ -1,5 +1,5 @@
 #include "server/TCPClient.h"
-#include "tests/server/LoopbackListener.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <gtest/gtest.h>
 #include <memory>
