@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -11,17 +12,10 @@
 namespace varnoth::test {
 
 BlackHoleListener::BlackHoleListener() {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 0) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        return;
-    }
-    port_ = ntohs(address.sin_port);
+    address.sin_port = htons(static_cast<std::uint16_t>(listener_.port()));
     // Nobody accepts: connect until an attempt stays unanswered, which means the backlog is full.
     for (int attempt = 0; attempt < 16 && !full_; ++attempt) {
         const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -40,9 +34,6 @@ BlackHoleListener::BlackHoleListener() {
 BlackHoleListener::~BlackHoleListener() {
     for (const int filler : fillers_) {
         ::close(filler);
-    }
-    if (listener_ >= 0) {
-        ::close(listener_);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/LoopbackListener.h"
+
 #include <vector>
 
 namespace varnoth::test {
@@ -13,13 +15,12 @@ public:
     BlackHoleListener(const BlackHoleListener&) = delete;
     BlackHoleListener& operator=(const BlackHoleListener&) = delete;
 
-    int port() const { return port_; }
+    int port() const { return listener_.port(); }
     // False when the system would not fill the backlog (the test is then skipped).
     bool full() const { return full_; }
 
 private:
-    int listener_ = -1;
-    int port_ = 0;
+    LoopbackListener listener_{0}; // a backlog of one waiting connection at most
     bool full_ = false;
     std::vector<int> fillers_;
 };

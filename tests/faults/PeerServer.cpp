@@ -14,17 +14,9 @@
 namespace varnoth::test {
 
 PeerServer::PeerServer(Script script) : script_(std::move(script)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 || ::pipe(stop_) != 0) {
-        throw std::runtime_error("cannot listen on loopback");
+    if (::pipe(stop_) != 0) {
+        throw std::runtime_error("cannot make the stop pipe");
     }
-    port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] { serve(); });
 }
 
@@ -32,7 +24,6 @@ PeerServer::~PeerServer() {
     const char byte = 1;
     [[maybe_unused]] const ssize_t written = ::write(stop_[1], &byte, 1);
     thread_.join();
-    ::close(listener_);
     ::close(stop_[0]);
     ::close(stop_[1]);
 }
@@ -55,7 +46,7 @@ bool PeerServer::writeAll(int socket, const std::string& bytes) {
 void PeerServer::serve() {
     const std::string end = utf16::encodeAscii(framing::endMarker);
     for (;;) {
-        pollfd entries[2] = {{listener_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+        pollfd entries[2] = {{listener_.fd(), POLLIN, 0}, {stop_[0], POLLIN, 0}};
         if (::poll(entries, 2, -1) < 0 && errno != EINTR) {
             return;
         }
@@ -65,7 +56,7 @@ void PeerServer::serve() {
         if ((entries[0].revents & POLLIN) == 0) {
             continue;
         }
-        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int socket = ::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
         if (socket < 0) {
             continue;
         }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/LoopbackListener.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -21,7 +23,7 @@ public:
     PeerServer(const PeerServer&) = delete;
     PeerServer& operator=(const PeerServer&) = delete;
 
-    int port() const { return port_; }
+    int port() const { return listener_.port(); }
     int connections() const { return connections_; }
 
     // Writes all bytes unless the peer went away; false then.
@@ -30,9 +32,8 @@ public:
 private:
     void serve();
 
-    int listener_ = -1;
+    LoopbackListener listener_{16};
     int stop_[2] = {-1, -1};
-    int port_ = 0;
     std::atomic<int> connections_{0};
     Script script_;
     std::thread thread_;
