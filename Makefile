@@ -48,10 +48,10 @@ fuzz: bootstrap
 	@FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) bash fuzz/run-fuzzers $(FUZZ_BUILD)
 
 format:
-	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+	@git ls-files '*.cpp' '*.h' '*.mm' '*.m' | xargs clang-format -i
 
 format-check:
-	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+	@git ls-files '*.cpp' '*.h' '*.mm' '*.m' | xargs clang-format --dry-run --Werror
 
 clean:
 	@rm -rf $(BUILD) $(ASAN_BUILD)

@@ -16,6 +16,10 @@
 
 #ifdef __APPLE__
 #include "launchd/LaunchdLoginItem.h"
+#include "platform/mac/MacAccessibility.h"
+#include "platform/mac/MacBundle.h"
+#include "platform/mac/MacHostInfo.h"
+#include "platform/mac/MacUserDefaults.h"
 #else
 #include "platform/XdgAutostartLoginItem.h"
 #endif
@@ -26,6 +30,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <unistd.h>
 
 namespace varnoth {
@@ -66,12 +71,34 @@ std::string executablePath(const char* argument) {
     return argument;
 }
 
+// The running application's bundle. On macOS the main bundle's own values, resources and executable (the
+// program a login item must start); elsewhere the build's values with the executable found above.
+BundleInfo runningBundle(const char* argument) {
+#ifdef __APPLE__
+    if (const auto bundle = MacBundle::Create()) {
+        return bundle->info();
+    }
+#endif
+    return AgentApplication::bundleInfo(executablePath(argument));
+}
+
+// The user's preferences: on macOS the defaults of the bundle identifier's domain, which `defaults read`
+// and the administrator's managed preferences share; elsewhere QSettings.
+std::unique_ptr<UserDefaults> userDefaults(const BundleInfo& bundle) {
+#ifdef __APPLE__
+    if (auto defaults = MacUserDefaults::Create()) {
+        return defaults;
+    }
+#endif
+    return std::make_unique<QSettingsUserDefaults>(bundle.identifier);
+}
+
 // --print-config: the configuration as this user's agent would read it, without a display and without
 // writing the log file. Exit status 1 when no file was found or read, so deployment checks can test it.
 int printConfiguration(const BundleInfo& bundle) {
-    QSettingsUserDefaults defaults(bundle.identifier);
+    const auto defaults = userDefaults(bundle);
     Platform::Ports ports;
-    ports.userDefaults = &defaults;
+    ports.userDefaults = defaults.get();
     ports.bundle = bundle;
     Platform::install(ports);
     const ConfigReport report(Config::platformLocations());
@@ -134,7 +161,7 @@ int AgentApplication::main(int argc, char** argv) {
             return 0;
         }
         if (argument == "--print-config") {
-            return printConfiguration(bundleInfo(executablePath(argv[0])));
+            return printConfiguration(runningBundle(argv[0]));
         }
         if (argument == "--once") {
             once = true;
@@ -152,10 +179,10 @@ int AgentApplication::main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
     quitOnSignals();
 
-    const BundleInfo bundle = bundleInfo(executablePath(argv[0]));
+    const BundleInfo bundle = runningBundle(argv[0]);
     QtMainQueue mainQueue;
     SystemClock clock;
-    QSettingsUserDefaults defaults(bundle.identifier);
+    const auto defaults = userDefaults(bundle);
     PosixHostInfo host;
     PosixProcessLauncher launcher;
     QtDesktop desktop(once);
@@ -167,9 +194,20 @@ int AgentApplication::main(int argc, char** argv) {
     Platform::Ports ports;
     ports.mainQueue = &mainQueue;
     ports.clock = &clock;
-    ports.userDefaults = &defaults;
+    ports.userDefaults = defaults.get();
     ports.hostInfo = &host;
     ports.accessibility = &desktop;
+#ifdef __APPLE__
+    // The system's facts and its accessibility permission (which Outlook's GUI scripting needs).
+    const auto macHost = MacHostInfo::Create();
+    const auto macAccessibility = MacAccessibility::Create();
+    if (macHost) {
+        ports.hostInfo = macHost.get();
+    }
+    if (macAccessibility) {
+        ports.accessibility = macAccessibility.get();
+    }
+#endif
     ports.statusItem = statusItem.get();
     ports.alerts = &desktop;
     ports.workspace = &desktop;

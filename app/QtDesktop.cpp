@@ -8,12 +8,6 @@
 #include <QUrl>
 #include <iostream>
 
-#ifdef __APPLE__
-#include <ApplicationServices/ApplicationServices.h>
-#include <CoreFoundation/CoreFoundation.h>
-#include <map>
-#endif
-
 namespace varnoth {
 
 void QtDesktop::showModal(const std::string& title, const std::string& message, const std::string& button) {
@@ -60,56 +54,6 @@ void QtDesktop::terminate() {
     QCoreApplication::quit();
 }
 
-#ifdef __APPLE__
-
-namespace {
-
-std::map<Accessibility::Token, Accessibility::Observer>& observers() {
-    static std::map<Accessibility::Token, Accessibility::Observer> registered;
-    return registered;
-}
-
-// Delivered on the main run loop, which Qt's event loop drives on macOS.
-void accessibilityChanged(CFNotificationCenterRef, void*, CFStringRef, const void*, CFDictionaryRef) {
-    const auto copy = observers();
-    for (const auto& [token, observer] : copy) {
-        observer();
-    }
-}
-
-} // namespace
-
-bool QtDesktop::isTrusted(bool prompt) {
-    const void* keys[] = {kAXTrustedCheckOptionPrompt};
-    const void* values[] = {prompt ? kCFBooleanTrue : kCFBooleanFalse};
-    CFDictionaryRef options = CFDictionaryCreate(
-        nullptr, keys, values, 1, &kCFCopyStringDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    const bool trusted = AXIsProcessTrustedWithOptions(options);
-    CFRelease(options);
-    return trusted;
-}
-
-Accessibility::Token QtDesktop::addObserver(Observer observer) {
-    static Token lastToken = 0;
-    if (observers().empty()) {
-        CFNotificationCenterAddObserver(CFNotificationCenterGetDistributedCenter(), &observers(),
-                                        accessibilityChanged, CFSTR("com.apple.accessibility.api"), nullptr,
-                                        CFNotificationSuspensionBehaviorDeliverImmediately);
-    }
-    observers()[++lastToken] = std::move(observer);
-    return lastToken;
-}
-
-void QtDesktop::removeObserver(Token token) {
-    observers().erase(token);
-    if (observers().empty()) {
-        CFNotificationCenterRemoveObserver(CFNotificationCenterGetDistributedCenter(), &observers(),
-                                           CFSTR("com.apple.accessibility.api"), nullptr);
-    }
-}
-
-#else
-
 bool QtDesktop::isTrusted(bool prompt) {
     (void)prompt;
     // Only macOS guards GUI scripting behind the accessibility permission.
@@ -124,7 +68,5 @@ Accessibility::Token QtDesktop::addObserver(Observer observer) {
 void QtDesktop::removeObserver(Token token) {
     (void)token;
 }
-
-#endif
 
 } // namespace varnoth

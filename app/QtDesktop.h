@@ -11,7 +11,8 @@
 namespace varnoth {
 
 // The desktop services of a Qt session: alerts, the workspace, the application, and the
-// accessibility permission (macOS asks the system; elsewhere the process is always trusted).
+// accessibility permission of a desktop that does not guard it (always trusted). On macOS the agent
+// installs MacAccessibility instead.
 class QtDesktop final : public Alerts, public Workspace, public Application, public Accessibility {
 public:
     // headless: alerts go to standard error instead of a window.

@@ -5,6 +5,11 @@
 #include "platform/ProcessScriptHost.h"
 #include "platform/SystemClock.h"
 
+#ifdef __APPLE__
+#include "platform/mac/AppleScriptObjCHost.h"
+#endif
+
+#include <memory>
 #include <stdexcept>
 
 namespace varnoth {
@@ -14,6 +19,17 @@ namespace {
 Platform::Ports& current() {
     static Platform::Ports ports;
     return ports;
+}
+
+// The one place that decides how the bundle's Outlook script runs: in-process through AppleScriptObjC on
+// macOS; elsewhere as a program, the resource that hands each message to the Outlook stand-in.
+std::unique_ptr<ScriptHost> nativeScriptHost() {
+#ifdef __APPLE__
+    if (auto host = AppleScriptObjCHost::Create()) {
+        return host;
+    }
+#endif
+    return std::make_unique<ProcessScriptHost>();
 }
 
 template <typename Port> Port& required(Port* port, const char* name) {
@@ -89,9 +105,9 @@ Application& Platform::application() {
 }
 
 ScriptHost& Platform::scriptHost() {
-    // Runs the bundle's script resource as a program; with no resources folder it finds no script.
-    static ProcessScriptHost fallback;
-    return current().scriptHost != nullptr ? *current().scriptHost : fallback;
+    // Without a bundle (no resources folder, no main bundle) it finds no script.
+    static const std::unique_ptr<ScriptHost> fallback = nativeScriptHost();
+    return current().scriptHost != nullptr ? *current().scriptHost : *fallback;
 }
 
 LoginItem* Platform::loginItem() {

@@ -1,0 +1,114 @@
+#include "platform/mac/AppleScriptObjCHost.h"
+
+#include "platform/mac/AutoreleasePool.h"
+#import "platform/mac/ObjCMessage.h"
+
+#ifdef __APPLE__
+#import <AppleScriptObjC/AppleScriptObjC.h>
+#import <Foundation/Foundation.h>
+#else
+#import "platform/mac/gnustep/AppleOnlyShim.h"
+#endif
+
+namespace varnoth {
+
+namespace {
+
+NSString* makeString(std::string_view text) {
+    // Nothing when the bytes are not UTF-8.
+    return [[[NSString alloc] initWithBytes:text.data() length:text.size()
+                                   encoding:NSUTF8StringEncoding] autorelease];
+}
+
+std::string utf8(NSString* text) {
+    const char* bytes = [text UTF8String];
+    return bytes != nullptr ? std::string(bytes) : std::string();
+}
+
+class AppleScriptObjCObject final : public ScriptObject {
+public:
+    explicit AppleScriptObjCObject(id object) : object_(object) {}
+    ~AppleScriptObjCObject() override {
+        AutoreleasePool pool; // the object's dealloc may autorelease
+        [object_ release];
+    }
+    AppleScriptObjCObject(const AppleScriptObjCObject&) = delete;
+    AppleScriptObjCObject& operator=(const AppleScriptObjCObject&) = delete;
+
+    ScriptReply send(std::string_view selector, const std::vector<std::string>& arguments) override {
+        AutoreleasePool pool;
+        NSString* name = makeString(selector);
+        if (name == nil || selector.empty()) {
+            return ScriptReply::failed("invalid selector");
+        }
+        NSMutableArray* descriptors = [NSMutableArray arrayWithCapacity:arguments.size()];
+        for (const auto& argument : arguments) {
+            NSString* text = makeString(argument);
+            if (text == nil) {
+                return ScriptReply::failed("argument is not UTF-8");
+            }
+            [descriptors addObject:[NSAppleEventDescriptor descriptorWithString:text]];
+        }
+        id result = nil;
+        NSString* failure = nil;
+        if (!VarnothSendObjCMessage(object_, NSSelectorFromString(name), descriptors, &result, &failure)) {
+            return ScriptReply::failed(utf8(failure));
+        }
+        if ([result isKindOfClass:[NSString class]]) {
+            return ScriptReply::withText(utf8(result));
+        }
+        if ([result isKindOfClass:[NSAppleEventDescriptor class]] && [result stringValue] != nil) {
+            return ScriptReply::withText(utf8([result stringValue]));
+        }
+        return ScriptReply::nothing();
+    }
+
+private:
+    id object_;
+};
+
+} // namespace
+
+std::unique_ptr<AppleScriptObjCHost> AppleScriptObjCHost::Create(const std::filesystem::path& bundlePath) {
+    AutoreleasePool pool;
+    NSBundle* bundle = bundlePath.empty() ? [NSBundle mainBundle]
+                                          : [NSBundle bundleWithPath:makeString(bundlePath.string())];
+    if (bundle == nil || ![bundle respondsToSelector:@selector(loadAppleScriptObjectiveCScripts)]) {
+        return nullptr;
+    }
+    return std::unique_ptr<AppleScriptObjCHost>(new AppleScriptObjCHost([bundle retain]));
+}
+
+AppleScriptObjCHost::~AppleScriptObjCHost() {
+    AutoreleasePool pool;
+    [static_cast<NSBundle*>(bundle_) release];
+}
+
+void AppleScriptObjCHost::loadScripts() {
+    AutoreleasePool pool;
+    id result = nil;
+    NSString* failure = nil;
+    // A script that cannot be loaded leaves its class undefined, and every operation fails on its own.
+    VarnothSendObjCMessage(static_cast<NSBundle*>(bundle_), @selector(loadAppleScriptObjectiveCScripts),
+                           [NSArray array], &result, &failure);
+}
+
+std::unique_ptr<ScriptObject> AppleScriptObjCHost::makeObject(std::string_view className) {
+    AutoreleasePool pool;
+    NSString* name = makeString(className);
+    Class scriptClass = name != nil && !className.empty() ? NSClassFromString(name) : Nil;
+    if (scriptClass == Nil) {
+        return nullptr;
+    }
+    id object = [scriptClass alloc];
+    if (object == nil) {
+        return nullptr;
+    }
+    if (![object conformsToProtocol:@protocol(NSObject)]) {
+        [object release];
+        return nullptr;
+    }
+    return std::make_unique<AppleScriptObjCObject>(object);
+}
+
+} // namespace varnoth

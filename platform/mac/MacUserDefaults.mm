@@ -1,0 +1,82 @@
+#include "platform/mac/MacUserDefaults.h"
+
+#include "platform/mac/AutoreleasePool.h"
+
+namespace varnoth {
+
+namespace {
+
+NSString* makeString(const std::string& text) {
+    // Text that is not UTF-8 is stored as empty text rather than lost silently as nil.
+    NSString* value = [[[NSString alloc] initWithBytes:text.data()
+                                                length:text.size()
+                                              encoding:NSUTF8StringEncoding] autorelease];
+    return value != nil ? value : @"";
+}
+
+std::string utf8(NSString* text) {
+    const char* bytes = [text UTF8String];
+    return bytes != nullptr ? std::string(bytes) : std::string();
+}
+
+} // namespace
+
+std::unique_ptr<MacUserDefaults> MacUserDefaults::Create() {
+    AutoreleasePool pool;
+    NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
+    if (defaults == nil) {
+        return nullptr;
+    }
+    return std::unique_ptr<MacUserDefaults>(new MacUserDefaults([defaults retain]));
+}
+
+MacUserDefaults::~MacUserDefaults() {
+    AutoreleasePool pool;
+    [static_cast<NSUserDefaults*>(defaults_) release];
+}
+
+std::optional<std::string> MacUserDefaults::string(const std::string& key) const {
+    AutoreleasePool pool;
+    id value = [static_cast<NSUserDefaults*>(defaults_) objectForKey:makeString(key)];
+    if (![value isKindOfClass:[NSString class]]) {
+        return std::nullopt;
+    }
+    return utf8(value);
+}
+
+void MacUserDefaults::setString(const std::string& key, const std::string& value) {
+    AutoreleasePool pool;
+    NSUserDefaults* defaults = static_cast<NSUserDefaults*>(defaults_);
+    [defaults setObject:makeString(value) forKey:makeString(key)];
+    [defaults synchronize];
+}
+
+std::optional<std::vector<std::string>> MacUserDefaults::stringArray(const std::string& key) const {
+    AutoreleasePool pool;
+    id value = [static_cast<NSUserDefaults*>(defaults_) objectForKey:makeString(key)];
+    if (![value isKindOfClass:[NSArray class]]) {
+        return std::nullopt;
+    }
+    std::vector<std::string> result;
+    for (NSUInteger index = 0; index < [value count]; ++index) {
+        id element = [value objectAtIndex:index];
+        if (![element isKindOfClass:[NSString class]]) {
+            return std::nullopt;
+        }
+        result.push_back(utf8(element));
+    }
+    return result;
+}
+
+void MacUserDefaults::setStringArray(const std::string& key, const std::vector<std::string>& value) {
+    AutoreleasePool pool;
+    NSMutableArray* array = [NSMutableArray arrayWithCapacity:value.size()];
+    for (const auto& element : value) {
+        [array addObject:makeString(element)];
+    }
+    NSUserDefaults* defaults = static_cast<NSUserDefaults*>(defaults_);
+    [defaults setObject:array forKey:makeString(key)];
+    [defaults synchronize];
+}
+
+} // namespace varnoth

@@ -1,0 +1,31 @@
+#pragma once
+
+// Stands in for the Apple-only calls of the macOS layer when it is built against GNUstep's Foundation
+// for its Linux tests; the macOS build compiles the real ones. Never part of an agent that ships.
+
+#import <Foundation/Foundation.h>
+
+// GNUstep's NSAppleEventDescriptor is an empty class: a descriptor made from text holds that text.
+@interface NSAppleEventDescriptor (AppleOnlyShim)
++ (NSAppleEventDescriptor*)descriptorWithString:(NSString*)text;
+- (NSString*)stringValue;
+@end
+
+// AppleScriptObjC loads a bundle's compiled scripts; here the bundle's code defines the script classes.
+@interface NSBundle (AppleOnlyShim)
+- (void)loadAppleScriptObjectiveCScripts;
+@end
+
+// The accessibility API. The shim answers as if the user granted the permission at the prompt:
+// trusted exactly when the options ask for the prompt, so a test sees the option arrive.
+#ifdef __cplusplus
+extern "C" {
+#endif
+typedef NSDictionary* CFDictionaryRef;
+typedef NSString* CFStringRef;
+extern CFStringRef kAXTrustedCheckOptionPrompt;
+BOOL AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+
+#ifdef __cplusplus
+}
+#endif
