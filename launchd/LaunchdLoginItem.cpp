@@ -14,6 +14,15 @@ LaunchAgent LaunchdLoginItem::record() {
     return agent;
 }
 
+bool LaunchdLoginItem::isTranslocated(const std::filesystem::path& executable) {
+    for (const auto& part : executable) {
+        if (part == "AppTranslocation") {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool LaunchdLoginItem::isInstalled() {
     const LaunchAgent wanted = record();
     LaunchAgent found(wanted.label);
@@ -40,6 +49,11 @@ bool LaunchdLoginItem::install() {
     LaunchAgent agent = record();
     if (agent.label.empty() || !agent.program() || agent.program()->empty()) {
         Logger::log("Error: cannot add the login item: the bundle has no identifier or executable");
+        return false;
+    }
+    if (isTranslocated(*agent.program())) {
+        Logger::log("Error: not adding the login item: the agent runs from a translocated copy (" +
+                    *agent.program() + "); move it into the Applications folder and start it from there");
         return false;
     }
     try {

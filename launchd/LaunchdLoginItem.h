@@ -20,6 +20,9 @@ public:
 
     // The record for the current bundle (Platform::bundle()).
     static LaunchAgent record();
+    // Whether the executable runs from a copy that Gatekeeper's path randomisation made (below a folder
+    // "AppTranslocation"): that path is gone after the next restart, so no login item may point there.
+    static bool isTranslocated(const std::filesystem::path& executable);
 
 private:
     LaunchControl& control_;

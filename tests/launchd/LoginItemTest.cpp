@@ -159,6 +159,17 @@ TEST_F(LoginItemTest, JobRecordStartsTheExecutableAtLogin) {
     EXPECT_FALSE(item.isInstalled());
     EXPECT_TRUE(std::filesystem::exists(folder / "other.plist"));
     EXPECT_TRUE(std::filesystem::exists(folder / "junk.plist"));
+
+    // A translocated copy is gone after a restart: no record points there, and one line says why.
+    const std::string translocated =
+        "/private/var/folders/x/T/AppTranslocation/1F2E/d/A.app/Contents/MacOS/A";
+    useExecutable(translocated);
+    clearLog();
+    EXPECT_FALSE(item.install());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(logLines(),
+              Lines{"Error: not adding the login item: the agent runs from a translocated copy (" +
+                    translocated + "); move it into the Applications folder and start it from there"});
 }
 
 } // namespace
