@@ -163,6 +163,9 @@ TEST_F(OutlookStandInTest, HandlerInstallsAndComparesSignaturesInTheStandIn) {
     EXPECT_TRUE(handler.applyDefaultSignatures(Action::change, Action::change));
     EXPECT_EQ(store.defaults("user@example.com").newMessages, newName);
     EXPECT_EQ(store.defaults("user@example.com").repliesAndForwards, replyName);
+    // Created again (the next run), it is updated in place as in Outlook: still the default.
+    EXPECT_TRUE(handler.createDefaultNewSignature("<p>Jos\u00E9!</p>"));
+    EXPECT_EQ(store.defaults("user@example.com").newMessages, newName);
     EXPECT_TRUE(handler.applyDefaultSignatures(Action::dontchange, Action::clear));
     EXPECT_EQ(store.defaults("user@example.com").newMessages, newName);
     EXPECT_FALSE(store.defaults("user@example.com").repliesAndForwards);
