@@ -6,8 +6,9 @@
 # and the manual page.
 #
 # macOS: an application bundle "Varnoth Brelvane Agent.app" with the information dictionary of
-# packaging/Info.plist.in, the resources in Contents/Resources and, when a signing identity is given,
-# a signature carrying packaging/varnoth-agent.entitlements.
+# packaging/Info.plist.in, the resources in Contents/Resources (the Outlook script compiled by
+# osacompile, the two status images) and, when a signing identity is given, a signature with the
+# hardened runtime carrying packaging/varnoth-agent.entitlements.
 
 set(varnoth_packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(varnoth_resources
@@ -31,18 +32,18 @@ if(APPLE)
     XCODE_ATTRIBUTE_ENABLE_HARDENED_RUNTIME YES
   )
 
-  # AppleScriptObjC loads compiled scripts from Contents/Resources; the source travels along.
+  # AppleScriptObjC loads the compiled script from Contents/Resources (the agent links the framework
+  # through the varnoth library); the source travels along. osacompile resolves the script's Outlook
+  # terms against the installed Outlook's dictionary, so the build machine needs Outlook for Mac.
   set(bundle_resources ${varnoth_resources})
-  find_program(VARNOTH_OSACOMPILE osacompile)
-  if(VARNOTH_OSACOMPILE)
-    set(compiled_script ${CMAKE_CURRENT_BINARY_DIR}/OutlookScriptObj.scpt)
-    add_custom_command(OUTPUT ${compiled_script}
-      COMMAND ${VARNOTH_OSACOMPILE} -l AppleScript -o ${compiled_script}
-              ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
-      DEPENDS ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
-      COMMENT "Compiling the Outlook script")
-    list(APPEND bundle_resources ${compiled_script})
-  endif()
+  find_program(VARNOTH_OSACOMPILE osacompile REQUIRED)
+  set(compiled_script ${CMAKE_CURRENT_BINARY_DIR}/OutlookScriptObj.scpt)
+  add_custom_command(OUTPUT ${compiled_script}
+    COMMAND ${VARNOTH_OSACOMPILE} -l AppleScript -o ${compiled_script}
+            ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
+    DEPENDS ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj.applescript
+    COMMENT "Compiling the Outlook script")
+  list(APPEND bundle_resources ${compiled_script})
   target_sources(varnoth-agent PRIVATE ${bundle_resources})
   set_source_files_properties(${bundle_resources} PROPERTIES MACOSX_PACKAGE_LOCATION Resources)
 
