@@ -1,6 +1,7 @@
 #include "platform/mac/AppleScriptObjCHost.h"
 
 #include "platform/mac/AutoreleasePool.h"
+#include "platform/mac/FoundationText.h"
 #import "platform/mac/ObjCMessage.h"
 
 #ifdef __APPLE__
@@ -14,16 +15,8 @@ namespace varnoth {
 
 namespace {
 
-NSString* makeString(std::string_view text) {
-    // Nothing when the bytes are not UTF-8.
-    return [[[NSString alloc] initWithBytes:text.data() length:text.size()
-                                   encoding:NSUTF8StringEncoding] autorelease];
-}
-
-std::string utf8(NSString* text) {
-    const char* bytes = [text UTF8String];
-    return bytes != nullptr ? std::string(bytes) : std::string();
-}
+using foundation::makeString;
+using foundation::utf8;
 
 class AppleScriptObjCObject final : public ScriptObject {
 public:

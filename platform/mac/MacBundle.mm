@@ -1,6 +1,7 @@
 #include "platform/mac/MacBundle.h"
 
 #include "platform/mac/AutoreleasePool.h"
+#include "platform/mac/FoundationText.h"
 
 namespace varnoth {
 
@@ -8,11 +9,7 @@ namespace {
 
 // A missing value, or one that is not text, reads as empty text.
 std::string text(id value) {
-    if (![value isKindOfClass:[NSString class]]) {
-        return {};
-    }
-    const char* bytes = [value UTF8String];
-    return bytes != nullptr ? std::string(bytes) : std::string();
+    return foundation::utf8(value);
 }
 
 } // namespace

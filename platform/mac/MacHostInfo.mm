@@ -1,17 +1,18 @@
 #include "platform/mac/MacHostInfo.h"
 
 #include "platform/mac/AutoreleasePool.h"
+#include "platform/mac/FoundationText.h"
 
 namespace varnoth {
 
 namespace {
 
 std::optional<std::string> text(NSString* value) {
-    const char* bytes = [value UTF8String];
-    if (bytes == nullptr || bytes[0] == '\0') {
+    std::string result = foundation::utf8(value);
+    if (result.empty()) {
         return std::nullopt;
     }
-    return std::string(bytes);
+    return result;
 }
 
 } // namespace

@@ -1,22 +1,18 @@
 #include "platform/mac/MacUserDefaults.h"
 
 #include "platform/mac/AutoreleasePool.h"
+#include "platform/mac/FoundationText.h"
 
 namespace varnoth {
 
 namespace {
 
-NSString* makeString(const std::string& text) {
-    // Text that is not UTF-8 is stored as empty text rather than lost silently as nil.
-    NSString* value = [[[NSString alloc] initWithBytes:text.data()
-                                                length:text.size()
-                                              encoding:NSUTF8StringEncoding] autorelease];
-    return value != nil ? value : @"";
-}
+using foundation::utf8;
 
-std::string utf8(NSString* text) {
-    const char* bytes = [text UTF8String];
-    return bytes != nullptr ? std::string(bytes) : std::string();
+// Keys and values arrive as UTF-8; anything else would be nil, which NSUserDefaults refuses.
+NSString* makeString(const std::string& text) {
+    NSString* value = foundation::makeString(text);
+    return value != nil ? value : @"";
 }
 
 } // namespace
