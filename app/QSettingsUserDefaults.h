@@ -6,7 +6,7 @@
 
 namespace varnoth {
 
-// User defaults in QSettings: the preferences domain on macOS, an INI file under ~/.config elsewhere.
+// User defaults in QSettings, an INI file under ~/.config (on macOS the agent uses MacUserDefaults).
 class QSettingsUserDefaults final : public UserDefaults {
 public:
     explicit QSettingsUserDefaults(const std::string& domain);
