@@ -13,8 +13,9 @@ namespace varnoth {
 //
 // Ownership and threads: one Objective-C observer, owned here, stands on the default distributed
 // notification center while any observer is added; registered from the main thread without a queue,
-// it is delivered on the main run loop, where the observers are called. Remove every observer (or
-// destroy this object) on the main thread, before the observers' captures go away.
+// it is delivered on the main run loop, where the observers are called, and at once even while the
+// agent is not the active application. Remove every observer (or destroy this object) on the main
+// thread, before the observers' captures go away.
 class MacAccessibility final : public Accessibility {
 public:
     // Nothing when the observer object cannot be made.

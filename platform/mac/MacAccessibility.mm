@@ -46,6 +46,24 @@ NSString* accessibilityNotification() {
     return [NSString stringWithUTF8String:Accessibility::notificationName];
 }
 
+void observe(id observer) {
+#ifdef __APPLE__
+    // The application holds distributed notifications back while it is not the active one, which an
+    // agent without a Dock icon seldom is; the permission must start the engine at once.
+    [[NSDistributedNotificationCenter defaultCenter]
+               addObserver:observer
+                  selector:@selector(permissionChanged:)
+                      name:accessibilityNotification()
+                    object:nil
+        suspensionBehavior:NSNotificationSuspensionBehaviorDeliverImmediately];
+#else
+    [distributedCenter() addObserver:observer
+                            selector:@selector(permissionChanged:)
+                                name:accessibilityNotification()
+                              object:nil];
+#endif
+}
+
 } // namespace
 
 std::unique_ptr<MacAccessibility> MacAccessibility::Create() {
@@ -78,10 +96,7 @@ bool MacAccessibility::isTrusted(bool prompt) {
 Accessibility::Token MacAccessibility::addObserver(Observer observer) {
     AutoreleasePool pool;
     if (!registered_) {
-        [distributedCenter() addObserver:static_cast<id>(observer_)
-                                selector:@selector(permissionChanged:)
-                                    name:accessibilityNotification()
-                                  object:nil];
+        observe(static_cast<id>(observer_));
         registered_ = true;
     }
     observers_[++lastToken_] = std::move(observer);
