@@ -192,13 +192,12 @@ bool OutlookHandler::applyDefaultSignatures(SignatureAction newAction, Signature
     }
     const std::string account = *defaultAccount;
 
-    // Each message is announced by its line; after a failed message nothing further is sent.
+    // Each message is announced by its line. A failed first message does not keep the other default
+    // from being tried; the operation fails once both have been sent.
     bool delivered = true;
     auto send = [&](const char* line, bool (AppleScriptProtocol::*message)(const std::string&)) {
-        if (delivered) {
-            Logger::log(line);
-            delivered = ((*script).*message)(account);
-        }
+        Logger::log(line);
+        delivered = ((*script).*message)(account) && delivered;
     };
     const bool setNew = newAction == SignatureAction::change, clearNew = newAction == SignatureAction::clear;
     const bool setReply = replyAction == SignatureAction::change,

@@ -42,7 +42,8 @@ public:
     void deleteSignature(const std::string& name);
     void deleteSignatures();
     // Makes the default signatures Outlook's defaults for the default account, as the two actions say;
-    // only change and clear lead to a message. False without a script object or an account.
+    // only change and clear lead to a message. False without a script object or an account, or when a
+    // message failed (every message of the actions is still sent).
     bool applyDefaultSignatures(SignatureAction newAction, SignatureAction replyAction);
 
     // Equal when the two texts are canonically equivalent Unicode (the same NFD form); nothing else is

@@ -248,21 +248,23 @@ TEST_F(OutlookHandlerTest, ApplySendsTheMessagesOfItsActionsToOneObjectWithTheAc
     }
 }
 
-TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountAndStopsAtAFailedMessage) {
+TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountOrAfterSendingBothMessagesWhenOneFailed) {
     script.account = "";
     OutlookHandler handler = readyHandler();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::dontchange, Action::dontchange));
     EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Error: failed to apply signatures"}));
     EXPECT_TRUE(script.messages.empty());
 
-    // Outlook failing on the first of two messages: the second is not attempted.
+    // Outlook failing on the first of two messages: the other default is still tried.
     OutlookHandler::defaultAccount = "user@example.com";
     script.fail(Selector::applyNoneDefaultNewSignatureFor);
     clearLog();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::clear, Action::change));
-    EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Automation will remove new signature",
-                                 "Error: failed to apply signatures"}));
-    EXPECT_EQ(script.selectors(), Selectors{"applyNoneDefaultNewSignatureFor:"});
+    EXPECT_EQ(logLines(),
+              (Lines{"Applying default signature", "Automation will remove new signature",
+                     "Automation will set reply signature", "Error: failed to apply signatures"}));
+    EXPECT_EQ(script.selectors(),
+              (Selectors{"applyNoneDefaultNewSignatureFor:", "applyDefaultReplySignatureFor:"}));
 }
 
 } // namespace
