@@ -1,6 +1,7 @@
 #include "outlook/OutlookHandler.h"
 
 #include "core/Logger.h"
+#include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>
@@ -46,7 +47,7 @@ OutlookHandler::OutlookHandler() {
 std::optional<AppleScriptProtocol> OutlookHandler::makeScriptObject() {
     try {
         if (auto object = Platform::scriptHost().makeObject(AppleScriptProtocol::className)) {
-            return AppleScriptProtocol(std::move(object));
+            return AppleScriptProtocol(std::make_unique<SignatureFormMemory>(std::move(object)));
         }
     } catch (const std::exception&) {
     }

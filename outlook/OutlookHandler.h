@@ -27,7 +27,8 @@ public:
     std::optional<std::string> getVersion();
     std::optional<std::string> getDefaultAccount();
 
-    // A fresh script object for one operation; nothing when the script class cannot be found.
+    // A fresh script object for one operation, which reads Outlook's own form of a default signature it
+    // created as the created content (SignatureFormMemory); nothing when the script class cannot be found.
     std::optional<AppleScriptProtocol> makeScriptObject();
 
     // True when Outlook's default differs from the content (or cannot be read) and must be written.

@@ -18,7 +18,7 @@ using Action = SignatureAction;
 const std::string newName = "Default New Email Signature";
 const std::string replyName = "Default Reply Forward Email Signature";
 const char* const variables[] = {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT",
-                                 "VARNOTH_OUTLOOK_VERSION"};
+                                 "VARNOTH_OUTLOOK_VERSION", "VARNOTH_OUTLOOK_FORM"};
 
 // The stand-in's store in the test's own data folder, and the agent's real script resource running
 // the real stand-in program.
@@ -163,6 +163,8 @@ TEST_F(OutlookStandInTest, HandlerInstallsAndComparesSignaturesInTheStandIn) {
     EXPECT_TRUE(handler.applyDefaultSignatures(Action::change, Action::change));
     EXPECT_EQ(store.defaults("user@example.com").newMessages, newName);
     EXPECT_EQ(store.defaults("user@example.com").repliesAndForwards, replyName);
+    // The next run's re-creation updates the default in place: it stays the default (checked below).
+    EXPECT_TRUE(handler.createDefaultNewSignature("<p>Jos\u00E9 2</p>"));
     EXPECT_TRUE(handler.applyDefaultSignatures(Action::dontchange, Action::clear));
     EXPECT_EQ(store.defaults("user@example.com").newMessages, newName);
     EXPECT_FALSE(store.defaults("user@example.com").repliesAndForwards);
