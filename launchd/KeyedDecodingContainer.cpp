@@ -42,6 +42,18 @@ std::string keyText(plist_t key) {
     return text;
 }
 
+// libplist reads an integer beyond the signed 64-bit range as a 16-byte one and keeps only its low
+// 64 bits (an XML text beyond even those saturates to all ones), so the value of such a node is not
+// the file's. Its binary form tells it apart: a lone object follows the 8-byte header, and the marker
+// 0x14 is a 16-byte integer.
+bool beyondSigned64Bits(plist_t node) {
+    char* binary = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(node, &binary, &length);
+    const std::unique_ptr<char, decltype(&std::free)> binaryOwner(binary, &std::free);
+    return binary != nullptr && length > 8 && static_cast<unsigned char>(binary[8]) == 0x14;
+}
+
 const char* typeName(plist_t node) {
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN:
@@ -105,6 +117,10 @@ bool KeyedDecodingContainer::decodeBool(plist_t node, const std::vector<std::str
 
 std::int64_t KeyedDecodingContainer::decodeInteger(plist_t node, const std::vector<std::string>& path) {
     requireType(node, PLIST_UINT, "an integer", path);
+    if (beyondSigned64Bits(node)) {
+        throw PropertyListError(PropertyListError::Kind::typeMismatch, path,
+                                "expected an integer of 64 bits, found a larger one");
+    }
     // libplist keeps every integer as 64 unsigned bits; negative numbers arrive in two's complement.
     std::uint64_t value = 0;
     plist_get_uint_val(node, &value);

@@ -1,6 +1,7 @@
 #include "outlook/OutlookHandler.h"
 
 #include "core/Logger.h"
+#include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>
@@ -46,7 +47,7 @@ OutlookHandler::OutlookHandler() {
 std::optional<AppleScriptProtocol> OutlookHandler::makeScriptObject() {
     try {
         if (auto object = Platform::scriptHost().makeObject(AppleScriptProtocol::className)) {
-            return AppleScriptProtocol(std::move(object));
+            return AppleScriptProtocol(std::make_unique<SignatureFormMemory>(std::move(object)));
         }
     } catch (const std::exception&) {
     }
@@ -192,13 +193,12 @@ bool OutlookHandler::applyDefaultSignatures(SignatureAction newAction, Signature
     }
     const std::string account = *defaultAccount;
 
-    // Each message is announced by its line; after a failed message nothing further is sent.
+    // Each message is announced by its line. A failed first message does not keep the other default
+    // from being tried; the operation fails once both have been sent.
     bool delivered = true;
     auto send = [&](const char* line, bool (AppleScriptProtocol::*message)(const std::string&)) {
-        if (delivered) {
-            Logger::log(line);
-            delivered = ((*script).*message)(account);
-        }
+        Logger::log(line);
+        delivered = ((*script).*message)(account) && delivered;
     };
     const bool setNew = newAction == SignatureAction::change, clearNew = newAction == SignatureAction::clear;
     const bool setReply = replyAction == SignatureAction::change,

@@ -27,7 +27,8 @@ public:
     std::optional<std::string> getVersion();
     std::optional<std::string> getDefaultAccount();
 
-    // A fresh script object for one operation; nothing when the script class cannot be found.
+    // A fresh script object for one operation, which reads Outlook's own form of a default signature it
+    // created as the created content (SignatureFormMemory); nothing when the script class cannot be found.
     std::optional<AppleScriptProtocol> makeScriptObject();
 
     // True when Outlook's default differs from the content (or cannot be read) and must be written.
@@ -42,7 +43,8 @@ public:
     void deleteSignature(const std::string& name);
     void deleteSignatures();
     // Makes the default signatures Outlook's defaults for the default account, as the two actions say;
-    // only change and clear lead to a message. False without a script object or an account.
+    // only change and clear lead to a message. False without a script object or an account, or when a
+    // message failed (every message of the actions is still sent).
     bool applyDefaultSignatures(SignatureAction newAction, SignatureAction replyAction);
 
     // Equal when the two texts are canonically equivalent Unicode (the same NFD form); nothing else is

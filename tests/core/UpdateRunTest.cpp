@@ -86,9 +86,9 @@ protected:
         queue.runUntilIdle();
     }
 
-    std::string standIn(const std::string& command) {
+    std::string standIn(std::vector<std::string> arguments) {
         ProcessLauncher::Result result = Platform::processLauncher().run(
-            {VARNOTH_TEST_STANDIN, {command}, {}, std::chrono::seconds(20), {}});
+            {VARNOTH_TEST_STANDIN, std::move(arguments), {}, std::chrono::seconds(20), {}});
         return result.output;
     }
     int count(const std::string& line) {
@@ -121,7 +121,7 @@ TEST_F(UpdateRunTest, TimerRunWithUnchangedDefaultsRecreatesAdditionalSignatures
     ASSERT_EQ(logs.size(), 2u);
     EXPECT_NE(readWholeFile(server.logFolder() / logs[1]).find("<Result>Success</Result>"),
               std::string::npos);
-    EXPECT_NE(standIn("list").find("Gr\u00FC\u00DFe \U0001F600"), std::string::npos);
+    EXPECT_NE(standIn({"list"}).find("Gr\u00FC\u00DFe \U0001F600"), std::string::npos);
 }
 
 TEST_F(UpdateRunTest, MenuRunOpensTheApplyDialogAndShowsProgress) {
@@ -149,20 +149,24 @@ TEST_F(UpdateRunTest, MenuRunOpensTheApplyDialogAndShowsProgress) {
               statusItem.images.end());
 }
 
-TEST_F(UpdateRunTest, ChangedDefaultOpensTheDialogOnceAndAnEqualDefaultIsLeftAlone) {
+TEST_F(UpdateRunTest, ChangedDefaultOpensTheDialogOnceAndADefaultInOutlooksOwnFormIsLeftAlone) {
     ServerProcess server({}, standardData().string());
     configure(server, "UserEmailAddress=change@example.com\n");
+    standIn({"set-form", "html"});
     AppDelegate app({&applyWindow, nullptr, nullptr});
     run(app, false);
     EXPECT_EQ(count("Creating default new email signature"), 1);
     EXPECT_EQ(count("Creating default reply forward signature"), 1);
     EXPECT_EQ(applyWindow.shown, 1);
+    EXPECT_NE(standIn({"show", "Default New Email Signature"}).find("<body><p>New</p></body>"),
+              std::string::npos);
 
     clearLog();
     run(app, false);
     EXPECT_EQ(count("Default new email signature needs update: false"), 1);
     EXPECT_EQ(count("Default reply forward email signature needs update: false"), 1);
     EXPECT_EQ(count("Creating default new email signature"), 0);
+    EXPECT_EQ(count("Creating default reply forward signature"), 0);
     EXPECT_EQ(applyWindow.shown, 1);
 }
 
@@ -183,7 +187,7 @@ TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
     run(app, false);
     EXPECT_EQ(count("Email signature Gr\u00FC\u00DFe \U0001F600 deleted"), 1);
     EXPECT_EQ(*defaults.stringArray("additionalSignatures"), std::vector<std::string>{"Legal"});
-    EXPECT_EQ(standIn("list").find("\U0001F600"), std::string::npos);
+    EXPECT_EQ(standIn({"list"}).find("\U0001F600"), std::string::npos);
 }
 
 TEST_F(UpdateRunTest, FailedCreationIsNotRecordedAndIsTriedAgain) {
@@ -232,7 +236,7 @@ TEST_F(UpdateRunTest, NoAddressEndsTheRunAndReportsFailureWithoutAlertWhenSuppre
 TEST_F(UpdateRunTest, DefaultAccountOfOutlookIsTheAddressWhenNoneIsFixed) {
     ServerProcess server({}, standardData().string());
     configure(server);
-    standIn("set-account");
+    standIn({"set-account", ""});
     setenv("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com", 1);
     AppDelegate app;
     run(app, false);

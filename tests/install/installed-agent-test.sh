@@ -44,7 +44,7 @@ icon=$(sed -n 's/^Icon=//p' "$entry")
 export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_STATE_HOME="$work/home/.local/state" \
        XDG_DATA_HOME="$work/home/.local/share" XDG_RUNTIME_DIR="$work/run" \
        VARNOTH_SYSTEM_CONFIG_DIR="$work/etc/Varnoth" PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen
-unset VARNOTH_OUTLOOK_STANDIN VARNOTH_OUTLOOK_ACCOUNT VARNOTH_OUTLOOK_VERSION DISPLAY WAYLAND_DISPLAY
+unset VARNOTH_OUTLOOK_STANDIN VARNOTH_OUTLOOK_ACCOUNT VARNOTH_OUTLOOK_VERSION VARNOTH_OUTLOOK_FORM DISPLAY WAYLAND_DISPLAY
 mkdir -p "$HOME" "$work/received" "$XDG_RUNTIME_DIR"
 chmod 700 "$XDG_RUNTIME_DIR"
 cd "$work"

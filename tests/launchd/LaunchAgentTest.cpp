@@ -57,10 +57,14 @@ TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistentButDecodingDoesNot)
                                  "<key>Program</key><string>/bin/p</string>"
                                  "<key>ProgramArguments</key><array><string>1</string></array>"
                                  "<key>Nice</key><integer>99</integer>"
+                                 "<key>StartInterval</key><integer>9223372036854775807</integer>"
+                                 "<key>ExitTimeOut</key><integer>-9223372036854775808</integer>"
                                  "<key>StartCalendarInterval</key><dict><key>Minute</key>"
                                  "<integer>75</integer></dict>");
     expectProgram(decoded, "/bin/p", Words{"1"});
     EXPECT_EQ(decoded.nice(), 99);
+    EXPECT_EQ(decoded.startInterval, std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(decoded.exitTimeOut, std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(decoded.startCalendarInterval->minute(), 75);
 }
 
@@ -93,6 +97,9 @@ TEST(LaunchAgentTest, AMissingLabelOrAKnownKeyOfAnotherTypeFailsTheWholeRecord) 
         {"EnvironmentVariables", "<dict><key>N</key><integer>1</integer></dict>", Kind::typeMismatch},
         {"RunAtLoad", "<integer>1</integer>", Kind::typeMismatch},
         {"Nice", "<real>1.0</real>", Kind::typeMismatch},
+        {"Nice", "<integer>9223372036854775808</integer>", Kind::typeMismatch}, // beyond 64 signed bits
+        {"Umask", "<integer>99999999999999999999</integer>", Kind::typeMismatch},
+        {"ExitTimeOut", "<integer> -9223372036854775809</integer>", Kind::typeMismatch},
     };
     for (const auto& [key, value, kind] : rows) {
         const std::string label = key == "Label" ? "" : "<key>Label</key><string>x</string>";

@@ -1,4 +1,5 @@
 #include "outlook/OutlookHandler.h"
+#include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/RecordingScriptHost.h"
@@ -177,7 +178,7 @@ TEST_F(OutlookHandlerTest, EachOperationSendsItsMessageAndLogsItsLinesOrItsFailu
         OutlookHandler handler = readyHandler();
         test.call(handler);
         EXPECT_EQ(logLines(), test.succeeded);
-        EXPECT_EQ(script.messages, std::vector<Message>{test.message});
+        EXPECT_EQ(script.messages.at(0), test.message); // a created default is then read back
 
         // The message failing on the script's side, or no script at all, is the operation's failure.
         Lines failed = test.succeeded;
@@ -248,21 +249,43 @@ TEST_F(OutlookHandlerTest, ApplySendsTheMessagesOfItsActionsToOneObjectWithTheAc
     }
 }
 
-TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountAndStopsAtAFailedMessage) {
+TEST_F(OutlookHandlerTest, ApplyFailsWithoutAnAccountOrAfterSendingBothMessagesWhenOneFailed) {
     script.account = "";
     OutlookHandler handler = readyHandler();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::dontchange, Action::dontchange));
     EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Error: failed to apply signatures"}));
     EXPECT_TRUE(script.messages.empty());
 
-    // Outlook failing on the first of two messages: the second is not attempted.
+    // Outlook failing on the first of two messages: the other default is still tried.
     OutlookHandler::defaultAccount = "user@example.com";
     script.fail(Selector::applyNoneDefaultNewSignatureFor);
     clearLog();
     EXPECT_FALSE(handler.applyDefaultSignatures(Action::clear, Action::change));
-    EXPECT_EQ(logLines(), (Lines{"Applying default signature", "Automation will remove new signature",
-                                 "Error: failed to apply signatures"}));
-    EXPECT_EQ(script.selectors(), Selectors{"applyNoneDefaultNewSignatureFor:"});
+    EXPECT_EQ(logLines(),
+              (Lines{"Applying default signature", "Automation will remove new signature",
+                     "Automation will set reply signature", "Error: failed to apply signatures"}));
+    EXPECT_EQ(script.selectors(),
+              (Selectors{"applyNoneDefaultNewSignatureFor:", "applyDefaultReplySignatureFor:"}));
+}
+
+TEST_F(OutlookHandlerTest, OutlooksOwnFormOfACreatedDefaultReadsAsTheCreatedContentUntilItChanges) {
+    script.responder = [&](const Message& message) -> std::optional<ScriptReply> {
+        if (message.selector == Selector::createSignature) { // Outlook keeps its own HTML
+            script.signatures[message.arguments[0]] = "<html>" + message.arguments[1] + "</html>";
+            return ScriptReply::nothing();
+        }
+        return std::nullopt;
+    };
+    OutlookHandler handler = readyHandler();
+    EXPECT_TRUE(handler.createDefaultReplySignature("<p>A</p>") &&
+                handler.createSignature("Other", "<p>A</p>"));
+    EXPECT_EQ(defaults.stringArray("outlookSignatureForm." + replyName),
+              (std::vector<std::string>{"<p>A</p>", SignatureFormMemory::digest("<html><p>A</p></html>")}));
+    EXPECT_FALSE(defaults.contains("outlookSignatureForm.Other")); // only the compared defaults
+    EXPECT_FALSE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
+    EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>B</p>")); // changed on the server
+    script.signatures[replyName] = "<html><p>A</p> edited</html>";     // changed in Outlook
+    EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
 }
 
 } // namespace

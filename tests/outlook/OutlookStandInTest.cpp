@@ -18,7 +18,7 @@ using Action = SignatureAction;
 const std::string newName = "Default New Email Signature";
 const std::string replyName = "Default Reply Forward Email Signature";
 const char* const variables[] = {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT",
-                                 "VARNOTH_OUTLOOK_VERSION"};
+                                 "VARNOTH_OUTLOOK_VERSION", "VARNOTH_OUTLOOK_FORM"};
 
 // The stand-in's store in the test's own data folder, and the agent's real script resource running
 // the real stand-in program.

@@ -3,6 +3,7 @@
 #include "platform/PlatformPaths.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -166,8 +167,40 @@ std::vector<std::string> OutlookStandInStore::signatureNames() const {
 
 void OutlookStandInStore::createSignature(const std::string& name, const std::string& content) {
     const auto path = signaturePath(name);
+    const std::string how = form();
+    if (how != exactForm && how != htmlEditorForm) {
+        fail("unknown form " + how + " (exact or html)");
+    }
+    const std::string kept = how == htmlEditorForm ? htmlForm(content) : content;
     StoreLock lock(folder_);
-    writeAtomically(path, content);
+    writeAtomically(path, kept);
+}
+
+std::string OutlookStandInStore::htmlForm(const std::string& content) {
+    std::string lowered;
+    for (const char c : content.substr(0, 5)) {
+        lowered += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    const bool document = lowered == "<html";
+    std::string form = document ? ""
+                                : "<html><head><meta http-equiv=\"Content-Type\" content=\"text/html; "
+                                  "charset=utf-8\"></head><body>";
+    bool inMarkup = false;
+    for (std::size_t i = 0; i < content.size(); ++i) {
+        const char c = content[i];
+        if (c == '\r' || c == '\n') {
+            form += "\r\n";
+            if (c == '\r' && i + 1 < content.size() && content[i + 1] == '\n') {
+                ++i;
+            }
+            continue;
+        }
+        if (c == '<' || c == '>') {
+            inMarkup = c == '<';
+        }
+        form += c == '"' && !inMarkup ? std::string("&quot;") : std::string(1, c);
+    }
+    return document ? form : form + "</body></html>";
 }
 
 void OutlookStandInStore::deleteSignature(const std::string& name) {
@@ -227,6 +260,20 @@ std::string OutlookStandInStore::defaultAccount() const {
 
 void OutlookStandInStore::setDefaultAccount(const std::string& account) {
     changeSetting("account", account.empty() ? std::nullopt : std::optional<std::string>(account));
+}
+
+std::string OutlookStandInStore::form() const {
+    if (const char* value = std::getenv(formVariable)) {
+        return value;
+    }
+    return setting("form").value_or(exactForm);
+}
+
+void OutlookStandInStore::setForm(const std::string& form) {
+    if (form != exactForm && form != htmlEditorForm) {
+        fail("unknown form " + form + " (exact or html)");
+    }
+    changeSetting("form", form);
 }
 
 OutlookStandInStore::Defaults OutlookStandInStore::defaults(const std::string& account) const {

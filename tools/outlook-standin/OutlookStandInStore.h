@@ -8,8 +8,10 @@
 namespace varnoth {
 
 // An Outlook-like signature store in a folder, for running the agent where there is no Outlook:
-// signatures by name with their content byte for byte, Outlook's version, its default account and,
-// per account, the default signatures for new messages and for replies and forwards.
+// signatures by name with their content, Outlook's version, its default account and, per account, the
+// default signatures for new messages and for replies and forwards. A signature's content is kept byte
+// for byte, or, in the "html" form, as an HTML editor such as Outlook for Mac's keeps it (htmlForm), so
+// that what the agent reads back differs from what it created.
 //
 // Signatures are files under signatures/, named by the percent-encoded signature name; the other
 // values live in the file "settings". Every write goes to a temporary file that is then renamed over
@@ -21,6 +23,10 @@ public:
     // Override the stored values, so a demo can set them without touching the store.
     static constexpr const char* accountVariable = "VARNOTH_OUTLOOK_ACCOUNT";
     static constexpr const char* versionVariable = "VARNOTH_OUTLOOK_VERSION";
+    static constexpr const char* formVariable = "VARNOTH_OUTLOOK_FORM";
+    // The forms in which created content is kept.
+    static constexpr const char* exactForm = "exact";
+    static constexpr const char* htmlEditorForm = "html";
 
     struct Defaults {
         std::optional<std::string> newMessages;
@@ -37,7 +43,8 @@ public:
     std::optional<std::string> signature(const std::string& name) const;
     // Sorted by name.
     std::vector<std::string> signatureNames() const;
-    // Creates the signature or replaces its content.
+    // Creates the signature, or sets the content of the existing one, which stays a default where it
+    // was one. The content is kept in the store's form.
     void createSignature(const std::string& name, const std::string& content);
     // Deleting a signature that does not exist does nothing. A deleted signature is no longer
     // anybody's default.
@@ -49,6 +56,13 @@ public:
     // Empty when none is set.
     std::string defaultAccount() const;
     void setDefaultAccount(const std::string& account);
+    // exactForm (the default) or htmlEditorForm; setting any other text throws.
+    std::string form() const;
+    void setForm(const std::string& form);
+    // The content as an HTML editor keeps it: a whole document around it unless it is one already, every
+    // line break as CR LF, and straight double quotes outside the markup as "&quot;". Keeping a text in
+    // this form twice changes nothing more.
+    static std::string htmlForm(const std::string& content);
 
     Defaults defaults(const std::string& account) const;
     // The accounts that have at least one default, sorted.

@@ -32,11 +32,15 @@ void usage(std::ostream& out) {
            "  show NAME              print one signature's content exactly as stored\n"
            "  set-account ADDRESS    set Outlook's default account (empty text: none)\n"
            "  set-version TEXT       set the version Outlook reports (empty text: none)\n"
+           "  set-form exact|html    keep created signatures byte for byte (exact, the default) or as\n"
+           "                         Outlook for Mac's HTML editor does (html: a whole document, CR LF\n"
+           "                         line breaks, &quot; for quotes in the text)\n"
            "  path                   print the store's folder\n"
            "  help                   show this help\n\n"
            "The agent's script sends one of the script operations (getVersion, getSignature:, ...) with\n"
            "its arguments on standard input, each followed by a NUL byte.\n"
-           "Environment: VARNOTH_OUTLOOK_ACCOUNT and VARNOTH_OUTLOOK_VERSION override the stored values.\n";
+           "Environment: VARNOTH_OUTLOOK_ACCOUNT, VARNOTH_OUTLOOK_VERSION and VARNOTH_OUTLOOK_FORM override\n"
+           "the stored values.\n";
 }
 
 // Names may hold line breaks and other controls; the listing shows them escaped.
@@ -66,7 +70,8 @@ void list(const OutlookStandInStore& store) {
     const std::string account = store.defaultAccount();
     std::cout << "Store: " << store.folder().string() << "\n"
               << "Version: " << printable(store.version()) << "\n"
-              << "Default account: " << (account.empty() ? "(none)" : printable(account)) << "\n";
+              << "Default account: " << (account.empty() ? "(none)" : printable(account)) << "\n"
+              << "Form: " << printable(store.form()) << "\n";
     const auto names = store.signatureNames();
     std::cout << "Signatures: " << names.size() << "\n";
     for (const auto& name : names) {
@@ -168,6 +173,8 @@ int main(int argc, char** argv) {
             store.setDefaultAccount(arguments[1]);
         } else if (command == "set-version" && arguments.size() == 2) {
             store.setVersion(arguments[1]);
+        } else if (command == "set-form" && arguments.size() == 2) {
+            store.setForm(arguments[1]);
         } else if (command == "path" && arguments.size() == 1) {
             std::cout << store.folder().string() << "\n";
         } else {
