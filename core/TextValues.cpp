@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utf8proc.h>
 
 namespace varnoth::text {
 
@@ -165,6 +166,26 @@ std::string shortestFloat(float value) {
     std::string result(buffer, error == std::errc() ? end : buffer);
     if (std::isfinite(value) && result.find_first_of(".e") == std::string::npos) {
         result += ".0";
+    }
+    return result;
+}
+
+std::string lowercased(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    const auto size = static_cast<utf8proc_ssize_t>(text.size());
+    for (utf8proc_ssize_t at = 0; at < size;) {
+        utf8proc_int32_t code = 0;
+        const utf8proc_ssize_t length = utf8proc_iterate(bytes + at, size - at, &code);
+        if (length <= 0) {
+            result += text[static_cast<std::size_t>(at++)];
+            continue;
+        }
+        utf8proc_uint8_t encoded[4];
+        result.append(reinterpret_cast<const char*>(encoded),
+                      static_cast<std::size_t>(utf8proc_encode_char(utf8proc_tolower(code), encoded)));
+        at += length;
     }
     return result;
 }
