@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <spawn.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -48,7 +49,7 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     const std::string text = logText();
     std::vector<std::string> order{
         "--------------- Varnoth Brelvane Agent Version ",
-        "Operating system is macOS ",
+        "Operating system is ",
         "The current user is ",
         "The current computer is ",
         "Loading in progress: false",
@@ -60,6 +61,13 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
         "SuppressErrorMessages: true\n",
         "Update signatures started",
         "Exiting"};
+    EXPECT_EQ(text.find("  --------------- "), 19u) << text; // the banner is the log's first line
+#ifdef __linux__
+    utsname host{};
+    uname(&host);
+    EXPECT_NE(text.find(std::string("Linux kernel ") + host.release + "\n"), std::string::npos);
+    EXPECT_EQ(text.find("macOS"), std::string::npos);
+#endif
     std::size_t at = 0;
     for (const auto& piece : order) {
         const std::size_t found = text.find(piece, at);
