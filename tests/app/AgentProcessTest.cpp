@@ -88,6 +88,23 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     EXPECT_EQ(text.substr(text.size() - 8), "Exiting\n");
 }
 
+TEST_F(AgentProcessTest, ASecondTrayAgentOfTheUserExitsAndLeavesTheFirstRunning) {
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
+    const pid_t first = startUntil("Starting app engine");
+    ASSERT_GT(first, 0);
+    const auto second = PosixProcessLauncher().run({VARNOTH_AGENT, {}, {}, 10s, {}});
+    EXPECT_EQ(second.exitCode, 0);
+    EXPECT_NE(second.errorOutput.find("Another instance of the agent is already running\n"),
+              std::string::npos);
+    const std::string text = logText();
+    EXPECT_EQ(text.find("Starting app engine"), text.rfind("Starting app engine")); // one engine, one log
+    // A single run and the configuration report are not blocked by the running agent.
+    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--once"}, {}, 30s, {}}).exitCode, 1);
+    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--print-config"}, {}, 30s, {}}).exitCode, 0);
+    EXPECT_EQ(kill(first, 0), 0);
+    stop(first);
+}
+
 TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) {
     ProcessLauncher::Result result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--once"}, {}, 30s, {}});
     EXPECT_TRUE(result.started);
