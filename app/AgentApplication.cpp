@@ -9,6 +9,7 @@
 #include "app/QtStatusItem.h"
 #include "core/AppDelegate.h"
 #include "core/ConfigReport.h"
+#include "core/Logger.h"
 #include "platform/Platform.h"
 #include "platform/PosixHostInfo.h"
 #include "platform/PosixProcessLauncher.h"
@@ -25,6 +26,7 @@
 #endif
 
 #include <QApplication>
+#include <QLockFile>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstring>
@@ -107,6 +109,16 @@ int printConfiguration(const BundleInfo& bundle) {
     return report.fileRead() ? 0 : 1;
 }
 
+// Two tray agents of one user would show two icons and run two timers into one log. The lock file sits
+// beside the log and is held for the life of the process; only a vanished process leaves a stale one,
+// never a lock's age, however long the agent runs.
+bool anotherInstanceRuns(QLockFile& lock) {
+    std::error_code ignored;
+    std::filesystem::create_directories(Logger::logFilePath().parent_path(), ignored);
+    lock.setStaleLockTime(0);
+    return !lock.tryLock(0) && lock.error() == QLockFile::LockFailedError;
+}
+
 } // namespace
 
 std::string AgentApplication::usage() {
@@ -180,6 +192,11 @@ int AgentApplication::main(int argc, char** argv) {
     quitOnSignals();
 
     const BundleInfo bundle = runningBundle(argv[0]);
+    QLockFile instanceLock(QString::fromStdString(Logger::logFilePath().string() + ".lock"));
+    if (!once && anotherInstanceRuns(instanceLock)) {
+        std::cerr << "Another instance of the agent is already running\n";
+        return 0;
+    }
     QtMainQueue mainQueue;
     SystemClock clock;
     const auto defaults = userDefaults(bundle);

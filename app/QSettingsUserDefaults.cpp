@@ -56,4 +56,18 @@ void QSettingsUserDefaults::setStringArray(const std::string& key, const std::ve
     settings_.sync();
 }
 
+// The native formats keep a real Boolean; the INI file gives it back as the text "true" or "false".
+std::optional<bool> QSettingsUserDefaults::boolean(const std::string& key) const {
+    const QVariant value = settings_.value(QString::fromStdString(key));
+    if (value.typeId() == QMetaType::Bool) {
+        return value.toBool();
+    }
+    return UserDefaults::boolean(key);
+}
+
+void QSettingsUserDefaults::setBoolean(const std::string& key, bool value) {
+    settings_.setValue(QString::fromStdString(key), value);
+    settings_.sync();
+}
+
 } // namespace varnoth

@@ -15,6 +15,8 @@ public:
     void setString(const std::string& key, const std::string& value) override;
     std::optional<std::vector<std::string>> stringArray(const std::string& key) const override;
     void setStringArray(const std::string& key, const std::vector<std::string>& value) override;
+    std::optional<bool> boolean(const std::string& key) const override;
+    void setBoolean(const std::string& key, bool value) override;
 
 private:
     mutable QSettings settings_;

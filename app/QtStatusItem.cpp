@@ -1,5 +1,6 @@
 #include "app/QtStatusItem.h"
 
+#include <QCursor>
 #include <QPainter>
 #include <QPixmap>
 
@@ -8,6 +9,15 @@ namespace varnoth {
 QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder)
     : resourcesFolder_(std::move(resourcesFolder)) {
     tray_.setToolTip(QStringLiteral("Varnoth Brelvane Agent"));
+#ifndef Q_OS_MACOS
+    // A click opens the menu, as on a menu-bar icon; many Linux trays open it only on a right click.
+    // (The Mac's status bar opens it on every click by itself.)
+    QObject::connect(&tray_, &QSystemTrayIcon::activated, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger && menu_ && !menu_->isVisible()) {
+            menu_->popup(QCursor::pos());
+        }
+    });
+#endif
 }
 
 QIcon QtStatusItem::icon(const std::string& name) const {
@@ -38,9 +48,9 @@ QIcon QtStatusItem::icon(const std::string& name) const {
 
 void QtStatusItem::setImage(const std::string& name) {
     tray_.setIcon(icon(name));
-    if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        tray_.show();
-    }
+    // Shown even while there is no tray: Qt puts the icon into a tray that appears later, as one does
+    // when the agent starts at login before the desktop's panel.
+    tray_.show();
 }
 
 void QtStatusItem::setMenu(std::vector<MenuItem> items) {

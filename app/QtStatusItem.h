@@ -20,6 +20,7 @@ public:
     void setChecked(std::size_t index, bool checked) override;
 
     QMenu* menu() { return menu_.get(); }
+    QSystemTrayIcon& trayIcon() { return tray_; }
 
 private:
     QIcon icon(const std::string& name) const;

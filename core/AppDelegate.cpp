@@ -37,7 +37,13 @@ void AppDelegate::writeBanner() {
     Logger::log("--------------- " + bundle.name + " Version " + bundle.shortVersion + "." + bundle.version +
                 " ---------------");
     HostInfo& host = Platform::hostInfo();
+#ifdef __APPLE__
+    // The Mac's version string names no system: "Version 14.5 (Build 23F79)".
     Logger::log("Operating system is macOS " + host.operatingSystemVersion());
+#else
+    // Elsewhere the host's text names the system itself: the distribution and the kernel.
+    Logger::log("Operating system is " + host.operatingSystemVersion());
+#endif
     Logger::log("The current user is " + host.loginName());
     if (auto computer = host.computerName()) {
         Logger::log("The current computer is " + *computer);
@@ -84,8 +90,12 @@ void AppDelegate::startEngine() {
         accessibilityObserver_.reset();
     }
     Config::shared().logSettings();
+    const float frequency = Config::shared().UpdateFrequency();
+    if (!(frequency * 60.0f >= static_cast<float>(minimumUpdateInterval.count()))) { // also NaN
+        Logger::log("Warning: UpdateFrequency below 1 minute; using 1 minute");
+    }
     updateSignatures(false);
-    updateTimer_ = Platform::mainQueue().scheduleRepeating(updateInterval(Config::shared().UpdateFrequency()),
+    updateTimer_ = Platform::mainQueue().scheduleRepeating(updateInterval(frequency),
                                                            [this] { autoUpdateSignatures(); });
 }
 
@@ -370,6 +380,7 @@ void AppDelegate::constructMenu() {
     add("Update Signatures", [this] { updateSignatures(true); });
     if (config.ShowLaunchAtLogon()) {
         Logger::log("Adding Launch Automatically at Login option");
+        shouldLaunchAtLogin_ = Platform::userDefaults().boolean(launchAtLoginKey).value_or(true);
         applyLaunchAtLogin();
         launchMenuItem_ = menu.size();
         add("Launch Automatically at Login", [this] { launchAtLogin(); });
@@ -400,14 +411,18 @@ void AppDelegate::constructMenu() {
 }
 
 // The check mark must tell what the next login does: the login item follows the flag, and when the
-// desktop refuses the change the flag follows the login item instead.
+// desktop refuses the change the flag follows the login item instead. An item already as the flag
+// wants it is left alone.
 void AppDelegate::applyLaunchAtLogin() {
     LoginItem* item = Platform::loginItem();
-    if (item == nullptr || !Config::shared().ShowLaunchAtLogon()) {
+    if (item == nullptr || !Config::shared().ShowLaunchAtLogon() ||
+        item->isInstalled() == shouldLaunchAtLogin_) {
         return;
     }
     const bool done = shouldLaunchAtLogin_ ? item->install() : item->remove();
-    if (!done) {
+    if (done) {
+        Logger::log(shouldLaunchAtLogin_ ? "Login item installed" : "Login item removed");
+    } else {
         shouldLaunchAtLogin_ = item->isInstalled();
     }
 }
@@ -415,6 +430,8 @@ void AppDelegate::applyLaunchAtLogin() {
 void AppDelegate::launchAtLogin() {
     Logger::log("Launch Automatically at Login selected");
     shouldLaunchAtLogin_ = !shouldLaunchAtLogin_;
+    // The user's choice outlasts the process; the next start begins from it.
+    Platform::userDefaults().setBoolean(launchAtLoginKey, shouldLaunchAtLogin_);
     applyLaunchAtLogin();
     if (StatusItem* item = Platform::statusItem(); item != nullptr && launchMenuItem_) {
         item->setChecked(*launchMenuItem_, shouldLaunchAtLogin_);

@@ -43,6 +43,8 @@ public:
     // The longest interval a desktop timer holds (about 24 days).
     static constexpr std::chrono::seconds maximumUpdateInterval{24 * 24 * 3600};
     static constexpr std::chrono::milliseconds engineStartDelay{500};
+    // The user defaults key of the user's last launch-at-login choice; never chosen means true.
+    static constexpr const char* launchAtLoginKey = "LaunchAtLogin";
 
     AppDelegate();
     explicit AppDelegate(Windows windows);

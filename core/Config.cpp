@@ -57,7 +57,7 @@ public:
             uint64_t raw = 0;
             plist_get_uint_val(node, &raw);
             const auto value = static_cast<std::int64_t>(raw); // negative integers arrive two's complement
-            if (value < INT32_MIN || value > INT32_MAX) {
+            if (value < INT32_MIN || value > INT32_MAX || (value < 0 && !holdsNegative(node, value))) {
                 return std::nullopt;
             }
             return static_cast<std::int32_t>(value);
@@ -74,6 +74,18 @@ public:
     }
 
 private:
+    // -1 and 18446744073709551615 arrive with the same 64 bits; libplist tells them apart only when
+    // comparing nodes, so the node is compared with one that it made from the negative number's text.
+    static bool holdsNegative(plist_t node, std::int64_t value) {
+        const std::string xml =
+            "<plist version=\"1.0\"><integer>" + std::to_string(value) + "</integer></plist>";
+        plist_t probe = nullptr;
+        plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &probe);
+        const bool same = probe != nullptr && plist_compare_node_value(node, probe) != 0;
+        plist_free(probe);
+        return same;
+    }
+
     plist_t root_;
 };
 
@@ -181,6 +193,10 @@ bool Config::loadTextFile(const std::filesystem::path& path) {
     std::string content;
     if (!readWholeFile(path, content) || !text::isValidUtf8(content)) {
         return false;
+    }
+    // Editors on Windows start UTF-8 files with a byte-order mark, which would become part of the first key.
+    if (content.rfind("\xEF\xBB\xBF", 0) == 0) {
+        content.erase(0, 3);
     }
     std::size_t start = 0;
     while (start <= content.size()) {

@@ -1,6 +1,8 @@
 #include "core/TextValues.h"
 
+#include <algorithm>
 #include <cmath>
+#include <utf8proc.h>
 
 namespace varnoth::text {
 
@@ -99,6 +101,38 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
+namespace {
+
+// Whether a decimal number beyond a float's range is too small for it rather than too large: its first
+// significant digit stands right of the decimal point once the exponent is applied.
+bool beyondRangeIsTiny(std::string_view text) {
+    if (!text.empty() && text.front() == '-') {
+        text.remove_prefix(1);
+    }
+    long long exponent = 0;
+    if (const std::size_t mark = text.find_first_of("eE"); mark != std::string_view::npos) {
+        std::string_view digits = text.substr(mark + 1);
+        const bool negative = !digits.empty() && digits.front() == '-';
+        if (!digits.empty() && digits.front() == '+') {
+            digits.remove_prefix(1);
+        }
+        if (std::from_chars(digits.data(), digits.data() + digits.size(), exponent).ec != std::errc()) {
+            return negative; // an exponent of more digits than a long long holds decides alone
+        }
+        text = text.substr(0, mark);
+    }
+    const auto point = static_cast<long long>(std::min(text.find('.'), text.size()));
+    const std::size_t found = text.find_first_of("123456789");
+    if (found == std::string_view::npos) {
+        return true;
+    }
+    const auto first = static_cast<long long>(found);
+    const long long position = first < point ? point - first - 1 : point - first; // 10 to this power
+    return exponent < -position;
+}
+
+} // namespace
+
 std::optional<float> parseFloat(std::string_view text) {
     if (!text.empty() && text.front() == '+') {
         text.remove_prefix(1);
@@ -114,9 +148,10 @@ std::optional<float> parseFloat(std::string_view text) {
     if (error == std::errc::result_out_of_range) {
         // Like the platform's own parser: too large is infinite, too small is zero.
         const bool negative = text.front() == '-';
-        const bool huge = text.find_first_of("eE") == std::string_view::npos ||
-                          text.substr(text.find_first_of("eE") + 1).front() != '-';
-        return huge ? (negative ? -INFINITY : INFINITY) : (negative ? -0.0f : 0.0f);
+        if (beyondRangeIsTiny(text)) {
+            return negative ? -0.0f : 0.0f;
+        }
+        return negative ? -INFINITY : INFINITY;
     }
     if (error != std::errc()) {
         return std::nullopt;
@@ -125,11 +160,32 @@ std::optional<float> parseFloat(std::string_view text) {
 }
 
 std::string shortestFloat(float value) {
-    char buffer[64];
-    const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    char buffer[64]; // FLT_MAX takes 39 digits, the smallest float 47 characters
+    // Fixed notation: administrators read 600000.0 in the settings entry, not 6e+05.
+    const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed);
     std::string result(buffer, error == std::errc() ? end : buffer);
     if (std::isfinite(value) && result.find_first_of(".e") == std::string::npos) {
         result += ".0";
+    }
+    return result;
+}
+
+std::string lowercased(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    const auto size = static_cast<utf8proc_ssize_t>(text.size());
+    for (utf8proc_ssize_t at = 0; at < size;) {
+        utf8proc_int32_t code = 0;
+        const utf8proc_ssize_t length = utf8proc_iterate(bytes + at, size - at, &code);
+        if (length <= 0) {
+            result += text[static_cast<std::size_t>(at++)];
+            continue;
+        }
+        utf8proc_uint8_t encoded[4];
+        result.append(reinterpret_cast<const char*>(encoded),
+                      static_cast<std::size_t>(utf8proc_encode_char(utf8proc_tolower(code), encoded)));
+        at += length;
     }
     return result;
 }

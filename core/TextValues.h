@@ -6,7 +6,7 @@
 #include <string_view>
 
 // Small text conversions that several subsystems share: strict number parsing that ignores the
-// user's locale, UTF-8 validation, trimming and substring replacement.
+// user's locale, UTF-8 validation, trimming, lower case and substring replacement.
 namespace varnoth::text {
 
 bool isValidUtf8(std::string_view text);
@@ -35,6 +35,10 @@ std::optional<float> parseFloat(std::string_view text);
 
 // The shortest text that reads back as the same float, with at least one fractional digit (60.0).
 std::string shortestFloat(float value);
+
+// Every character in lower case by Unicode's simple mapping ("ÄRGER" gives "ärger"); a byte that is not
+// part of UTF-8 stays as it is.
+std::string lowercased(std::string_view text);
 
 std::string replaceAll(std::string text, std::string_view from, std::string_view to);
 

@@ -7,29 +7,33 @@
 
 namespace varnoth {
 
-ApplyViewController::ApplyViewController(ApplyView* view)
-    : allowAutomaticConfigure(Config::shared().AllowConfigureDefaultSignatures()), view_(view) {}
+ApplyViewController::ApplyViewController(ApplyView* view) : view_(view) {}
+
+bool ApplyViewController::allowAutomaticConfigure() const {
+    return allowAutomaticConfigure_ ? *allowAutomaticConfigure_
+                                    : Config::shared().AllowConfigureDefaultSignatures();
+}
 
 void ApplyViewController::updateMessage() {
     if (!signature) {
         // Without an answer there is nothing the agent could set, so the button is not offered.
         view_->setMessage(manualMessage);
-        allowAutomaticConfigure = false;
+        allowAutomaticConfigure_ = false;
         return;
     }
     if (signature->defaultSignatureAction == SignatureAction::dontchange &&
         signature->replySignatureAction == SignatureAction::dontchange) {
         view_->setMessage(notChangedMessage);
-        allowAutomaticConfigure = false;
+        allowAutomaticConfigure_ = false;
         return;
     }
     // Read again: the button follows the configuration at the time of each update.
-    allowAutomaticConfigure = Config::shared().AllowConfigureDefaultSignatures();
-    view_->setMessage(allowAutomaticConfigure ? automaticMessage : manualMessage);
+    allowAutomaticConfigure_ = Config::shared().AllowConfigureDefaultSignatures();
+    view_->setMessage(*allowAutomaticConfigure_ ? automaticMessage : manualMessage);
 }
 
 void ApplyViewController::viewWillAppear() {
-    view_->setConfigureButtonHidden(!allowAutomaticConfigure);
+    view_->setConfigureButtonHidden(!allowAutomaticConfigure());
 }
 
 void ApplyViewController::applyTapped() {

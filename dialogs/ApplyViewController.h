@@ -39,8 +39,10 @@ public:
 
     // The server's answer for the mailbox that was updated; set by the update run before the window shows.
     std::optional<SignatureDescriptor> signature;
-    // Whether the configure button is offered.
-    bool allowAutomaticConfigure;
+    // Whether the configure button is offered: AllowConfigureDefaultSignatures until an answer decides.
+    // Read at first use, not at construction: the window is made before start-up writes its banner, and
+    // the configuration's search lines belong after it.
+    bool allowAutomaticConfigure() const;
 
     // Chooses the message for the current answer and whether the configure button is offered.
     void updateMessage();
@@ -56,6 +58,7 @@ public:
 
 private:
     ApplyView* view_;
+    std::optional<bool> allowAutomaticConfigure_;
 };
 
 } // namespace varnoth

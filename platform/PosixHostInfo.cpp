@@ -9,9 +9,13 @@ namespace varnoth {
 
 namespace {
 
-// PRETTY_NAME of /etc/os-release, the distribution's own name for itself.
+// PRETTY_NAME of os-release, the distribution's own name for itself; /usr/lib holds the vendor's copy
+// when /etc has none.
 std::string distributionName() {
     std::ifstream in("/etc/os-release");
+    if (!in) {
+        in.open("/usr/lib/os-release");
+    }
     std::string line;
     while (std::getline(in, line)) {
         if (line.rfind("PRETTY_NAME=", 0) == 0) {
@@ -29,18 +33,16 @@ std::string distributionName() {
 
 std::string PosixHostInfo::operatingSystemVersion() const {
     utsname info{};
-    std::string kernel;
-    if (uname(&info) == 0) {
-        kernel = std::string(info.sysname) + " " + info.release;
+    if (uname(&info) != 0) {
+        return distributionName();
     }
 #ifdef __APPLE__
     return "Version " + std::string(info.release);
 #else
+    // "Debian GNU/Linux 12 (bookworm), Linux kernel 6.1.0-18-amd64"
+    const std::string kernel = std::string(info.sysname) + " kernel " + info.release;
     const std::string distribution = distributionName();
-    if (distribution.empty()) {
-        return kernel;
-    }
-    return distribution + " (" + kernel + ")";
+    return distribution.empty() ? kernel : distribution + ", " + kernel;
 #endif
 }
 

@@ -77,7 +77,9 @@ std::string makeDeploymentLogRequest(const std::string& body) {
 std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text, DeploymentFields& fields) {
     pugi::xml_document document;
     const pugi::xml_parse_result parsed =
-        document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+        // Blanks are character data: <DefaultSignature> </DefaultSignature> holds an id of one blank.
+        document.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata,
+                             pugi::encoding_utf8);
 
     const auto defaultId = textOf(lookup(document, {"Response", "DeploymentData", "DefaultSignature"}));
     const auto replyId = textOf(lookup(document, {"Response", "DeploymentData", "ReplyForwardSignature"}));
@@ -109,8 +111,8 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     const auto sourceName =
         textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSourceName"}));
     if (source && sourceName) {
-        Logger::log("Using the deployment configuration specified for the " + asciiLowercase(*source) + " '" +
-                    *sourceName + "'.");
+        Logger::log("Using the deployment configuration specified for the " + text::lowercased(*source) +
+                    " '" + *sourceName + "'.");
     } else {
         Logger::log("Warning: no <DeploymentDataSource> or <DeploymentDataSourceName> found in response");
     }
@@ -146,7 +148,7 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
 
     const auto globalText =
         textOf(lookup(document, {"Response", "ApplicationSettings", "RemoveOtherSignatures"}));
-    const bool global = globalText && asciiLowercase(*globalText) == "true";
+    const bool global = globalText && text::lowercased(*globalText) == "true";
     Logger::log(std::string("Remove other signatures set to ") + (global ? "true" : "false") +
                 " in global deployment options");
 

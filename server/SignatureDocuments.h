@@ -25,8 +25,9 @@ struct DeploymentFields {
 
 // Reads an unframed answer into a descriptor, logging each decision. Returns nothing only when the
 // XML parser rejected the document; an answer without a setting gives the no-setting descriptor.
-// An element that is present without character data counts as having no text; the text of an
-// element is all of its direct character data and CDATA sections, entities decoded.
+// An element that is present without character data counts as having no text (blanks are character
+// data); the text of an element is all of its direct character data and CDATA sections, entities
+// decoded.
 std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text, DeploymentFields& fields);
 
 // The text with A-Z in lower case; other bytes unchanged.

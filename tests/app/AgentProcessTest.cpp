@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <spawn.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -48,7 +49,7 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     const std::string text = logText();
     std::vector<std::string> order{
         "--------------- Varnoth Brelvane Agent Version ",
-        "Operating system is macOS ",
+        "Operating system is ",
         "The current user is ",
         "The current computer is ",
         "Loading in progress: false",
@@ -60,6 +61,13 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
         "SuppressErrorMessages: true\n",
         "Update signatures started",
         "Exiting"};
+    EXPECT_EQ(text.find("  --------------- "), 19u) << text; // the banner is the log's first line
+#ifdef __linux__
+    utsname host{};
+    uname(&host);
+    EXPECT_NE(text.find(std::string("Linux kernel ") + host.release + "\n"), std::string::npos);
+    EXPECT_EQ(text.find("macOS"), std::string::npos);
+#endif
     std::size_t at = 0;
     for (const auto& piece : order) {
         const std::size_t found = text.find(piece, at);
@@ -78,6 +86,23 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     }
     EXPECT_EQ(continuation, 10);
     EXPECT_EQ(text.substr(text.size() - 8), "Exiting\n");
+}
+
+TEST_F(AgentProcessTest, ASecondTrayAgentOfTheUserExitsAndLeavesTheFirstRunning) {
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
+    const pid_t first = startUntil("Starting app engine");
+    ASSERT_GT(first, 0);
+    const auto second = PosixProcessLauncher().run({VARNOTH_AGENT, {}, {}, 10s, {}});
+    EXPECT_EQ(second.exitCode, 0);
+    EXPECT_NE(second.errorOutput.find("Another instance of the agent is already running\n"),
+              std::string::npos);
+    const std::string text = logText();
+    EXPECT_EQ(text.find("Starting app engine"), text.rfind("Starting app engine")); // one engine, one log
+    // A single run and the configuration report are not blocked by the running agent.
+    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--once"}, {}, 30s, {}}).exitCode, 1);
+    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--print-config"}, {}, 30s, {}}).exitCode, 0);
+    EXPECT_EQ(kill(first, 0), 0);
+    stop(first);
 }
 
 TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) {

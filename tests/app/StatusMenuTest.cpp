@@ -88,6 +88,18 @@ TEST_F(StatusMenuTest, LaunchAtLoginIsCheckedBelowUpdateAndTogglesWhenChosen) {
     EXPECT_TRUE(action("Launch Automatically at Login")->isChecked());
 }
 
+// The offscreen platform has no tray, as a desktop whose panel has not started yet.
+TEST_F(StatusMenuTest, IconIsShownWithoutATrayAndALeftClickOpensTheMenu) {
+    AppDelegate app;
+    app.setLoading(false);
+    app.constructMenu();
+    EXPECT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
+    EXPECT_TRUE(tray->trayIcon().isVisible());
+    emit tray->trayIcon().activated(QSystemTrayIcon::Trigger);
+    EXPECT_TRUE(tray->menu()->isVisible());
+    tray->menu()->hide();
+}
+
 TEST_F(StatusMenuTest, ChoosingItemsRunsTheirActions) {
     AppDelegate app;
     app.constructMenu();

@@ -28,7 +28,11 @@ TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
     const auto lines = logLines();
     ASSERT_GE(lines.size(), 8u);
     EXPECT_EQ(lines[0], "--------------- Varnoth Brelvane Agent Version 1.0.0.1 ---------------");
+#ifdef __APPLE__
     EXPECT_EQ(lines[1], "Operating system is macOS Version 14.5 (Build 23F79)");
+#else
+    EXPECT_EQ(lines[1], "Operating system is Version 14.5 (Build 23F79)"); // the host's text names the system
+#endif
     EXPECT_EQ(lines[2], "The current user is tester");
     EXPECT_EQ(lines[3], "The current computer is Test Mac");
     EXPECT_EQ(lines[4], "Loading in progress: false");
@@ -98,13 +102,17 @@ TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
     EXPECT_EQ(AppDelegate::updateInterval(std::numeric_limits<float>::infinity()),
               AppDelegate::maximumUpdateInterval);
 
-    for (const auto& [text, interval] : {std::pair{"30m", 1800s}, std::pair{"2", 7200s}}) {
+    for (const auto& [text, interval] :
+         {std::pair{"30m", 1800s}, std::pair{"2", 7200s}, std::pair{"0.5m", 60s}}) {
         Config::setShared(nullptr);
         configure(std::string("UpdateFrequency=") + text + "\n");
         AppDelegate app;
         app.startEngine();
         EXPECT_EQ(app.updateTimer()->interval(), interval) << text;
     }
+    const auto lines = logLines(); // the raised value says so once
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(), "Warning: UpdateFrequency below 1 minute; using 1 minute"), 1);
 }
 
 TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
@@ -179,7 +187,7 @@ protected:
     XdgAutostartLoginItem loginItem;
 };
 
-TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogether) {
+TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogetherAndTheChoiceOutlastsARestart) {
     configure("ShowLaunchAtLogon=1\n");
     AppDelegate app;
     app.constructMenu();
@@ -190,9 +198,16 @@ TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogether) {
     EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
     EXPECT_FALSE(std::filesystem::exists(entry()));
 
+    AppDelegate restarted;
+    restarted.constructMenu();
+    EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
+    EXPECT_FALSE(std::filesystem::exists(entry()));
     statusItem.choose("Launch Automatically at Login");
     EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
     EXPECT_TRUE(loginItem.isInstalled());
+    const auto lines = logLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Login item installed"), 2);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Login item removed"), 1);
 }
 
 TEST_F(LaunchAtLoginTest, WithoutTheSettingNothingIsInstalledOrRemoved) {

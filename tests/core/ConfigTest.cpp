@@ -93,8 +93,10 @@ TEST_F(ConfigTest, TextValuesThatDoNotParseGiveTheirDefaults) {
 }
 
 TEST_F(ConfigTest, UpdateFrequencyIsHoursUnlessItEndsInM) {
-    const std::pair<const char*, float> cases[] = {{"2", 120},     {"1.5", 90}, {"30m", 30}, {"30M", 60},
-                                                   {"0.5m", 0.5f}, {"-1", -60}, {"m", 60},   {"2h", 60}};
+    const std::string tiny = "0." + std::string(60, '0') + "1"; // below the smallest float: zero
+    const std::pair<const char*, float> cases[] = {{"2", 120},  {"1.5", 90},    {"30m", 30},
+                                                   {"30M", 60}, {"0.5m", 0.5f}, {"-1", -60},
+                                                   {"m", 60},   {"2h", 60},     {tiny.c_str(), 0}};
     for (const auto& [value, minutes] : cases) {
         Config::setShared(nullptr);
         writeFile(userTextPath(), std::string("UpdateFrequency=") + value + "\n");
@@ -151,6 +153,14 @@ TEST_F(ConfigTest, PropertyListValuesOfTheWrongTypeGiveTheirDefaults) {
     EXPECT_TRUE(config.ShowExitMenu());
     EXPECT_EQ(config.SignatureServerAddress(), "");
     EXPECT_EQ(config.UserEmailAddress(), "dialog@example.com");
+    // Integers beyond 32 bits give the default, never their low bits.
+    for (const auto& [number, port] :
+         {std::pair{"18446744073709551615", 5757}, {"4294967296", 5757}, {"-1", -1}}) {
+        Config::setShared(nullptr);
+        writeFile(plistPath(),
+                  plist(std::string("<key>SignatureServerPort</key><integer>") + number + "</integer>"));
+        EXPECT_EQ(load().SignatureServerPort(), port) << number;
+    }
 }
 
 TEST_F(ConfigTest, BinaryPropertyListFromAnIndependentWriter) {
@@ -175,7 +185,8 @@ TEST_F(ConfigTest, BinaryPropertyListFromAnIndependentWriter) {
 }
 
 TEST_F(ConfigTest, SearchOrderIsSystemPlistThenSystemTextThenUserText) {
-    writeFile(userTextPath(), "SignatureServerAddress=user\n");
+    writeFile(userTextPath(),
+              "\xEF\xBB\xBFSignatureServerAddress=user\n"); // a byte-order mark, as Windows writes
     EXPECT_EQ(load().SignatureServerAddress(), "user");
     Config::setShared(nullptr);
     writeFile(systemTextPath(), "SignatureServerAddress=system\n");

@@ -26,6 +26,9 @@ TEST(TextValuesTest, FloatsIgnoreTheLocaleAndRejectPartialText) {
     EXPECT_EQ(shortestFloat(1.5f), "1.5");
     EXPECT_EQ(shortestFloat(0.1f), "0.1");
     EXPECT_EQ(shortestFloat(-30.0f), "-30.0");
+    EXPECT_EQ(shortestFloat(600000.0f), "600000.0"); // never an exponent
+    EXPECT_EQ(shortestFloat(0.0001f), "0.0001");
+    EXPECT_EQ(shortestFloat(100000.0f), "100000.0");
 }
 
 TEST(TextValuesTest, TrimmingAndUtf8) {

@@ -72,7 +72,7 @@ TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrent
                                     SignatureAction::clear, SignatureAction::dontchange};
     for (bool allowed : {true, false, true}) {
         allowConfigure(allowed);
-        EXPECT_EQ(ApplyViewController(&view).allowAutomaticConfigure, allowed);
+        EXPECT_EQ(ApplyViewController(&view).allowAutomaticConfigure(), allowed);
         for (auto newAction : actions) {
             for (auto replyAction : actions) {
                 SCOPED_TRACE(testing::Message() << "allowed " << allowed << ", actions " << int(newAction)
@@ -83,7 +83,7 @@ TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrent
                 EXPECT_EQ(view.message, notChanged ? ApplyViewController::notChangedMessage
                                         : allowed  ? ApplyViewController::automaticMessage
                                                    : ApplyViewController::manualMessage);
-                EXPECT_EQ(controller->allowAutomaticConfigure, allowed && !notChanged);
+                EXPECT_EQ(controller->allowAutomaticConfigure(), allowed && !notChanged);
                 EXPECT_EQ(view.configureButtonHidden, !allowed || notChanged);
             }
         }

@@ -103,6 +103,8 @@ TEST_F(SignatureDocumentsTest, IdsPickTheDefaultsAndEveryOtherTemplateIsAddition
                newFound, "New signature is: 2"}},
         {"no templates", answer("3", "4", ""), D{"", "", Action::change, Action::change, {}},
          Lines{sourceLine}},
+        {"blanks are text", answer(" ", "2", item(" ", " ", " ")),
+         D{" ", "", Action::change, Action::change, {}}, Lines{sourceLine, newFound, "New signature is:  "}},
         {"entities, character data, no name, empty HTML",
          answer("1", "2",
                 "<Template><Id>1</Id><HTML>&lt;p&gt;&amp;<![CDATA[<i>x</i>]]>&#x1F600;</HTML></Template>"
@@ -190,10 +192,10 @@ TEST_F(SignatureDocumentsTest, DeploymentInformationIsCutFromTheTextAsItStandsOr
     } cases[] = {
         {taken, taken, {"Using the deployment configuration specified for the user 'Ann & Bob'."}},
         {nameless, nameless, {noSource}}, // the parse goes on
-        {"<DeploymentInformation kind=\"x\"><DeploymentDataSource>G</DeploymentDataSource>"
+        {"<DeploymentInformation kind=\"x\"><DeploymentDataSource>ÄRGER</DeploymentDataSource>"
          "<DeploymentDataSourceName>N</DeploymentDataSourceName></DeploymentInformation>",
          "earlier",
-         {noInfo, "Using the deployment configuration specified for the g 'N'."}},
+         {noInfo, "Using the deployment configuration specified for the ärger 'N'."}},
         {"<Note>&lt;/DeploymentInformation&gt;</Note><DeploymentInformation/>"
          "<X>&lt;DeploymentInformation&gt;</X>",
          "earlier",
