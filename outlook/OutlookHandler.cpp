@@ -34,7 +34,7 @@ OutlookHandler::OutlookHandler() {
         // Without scripts every operation below fails on its own, with its own line.
     }
     if (const auto version = getVersion()) {
-        Logger::log("Outlook " + *version + " is installed");
+        Logger::log("Outlook " + Logger::quoted(*version) + " is installed");
     } else {
         Logger::log("Error: Cannot get Outlook version");
     }
@@ -69,7 +69,7 @@ std::optional<std::string> OutlookHandler::getDefaultAccount() {
     if (auto script = makeScriptObject()) {
         auto account = script->getDefaultAccount();
         if (account && !account->empty()) {
-            Logger::log("Successfully got default Outlook account name: " + *account);
+            Logger::log("Successfully got default Outlook account name: " + Logger::quoted(*account));
             return account;
         }
     }
@@ -154,23 +154,23 @@ void OutlookHandler::deleteDefaultReplySignature() {
 }
 
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
-    Logger::log("Creating signature " + name);
+    Logger::log("Creating signature " + Logger::quoted(name));
     auto script = makeScriptObject();
     if (!script || !script->createSignature(name, content)) {
-        Logger::log("Error: failed to create signature " + name);
+        Logger::log("Error: failed to create signature " + Logger::quoted(name));
         return false;
     }
-    Logger::log("Created signature " + name + " successfully");
+    Logger::log("Created signature " + Logger::quoted(name) + " successfully");
     return true;
 }
 
 void OutlookHandler::deleteSignature(const std::string& name) {
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(name)) {
-        Logger::log("Error: cannot delete signature " + name);
+        Logger::log("Error: cannot delete signature " + Logger::quoted(name));
         return;
     }
-    Logger::log("Email signature " + name + " deleted");
+    Logger::log("Email signature " + Logger::quoted(name) + " deleted");
 }
 
 void OutlookHandler::deleteSignatures() {
