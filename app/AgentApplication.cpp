@@ -10,6 +10,7 @@
 #include "core/AppDelegate.h"
 #include "core/ConfigReport.h"
 #include "platform/Platform.h"
+#include "platform/PlatformPaths.h"
 #include "platform/PosixHostInfo.h"
 #include "platform/PosixProcessLauncher.h"
 #include "platform/SystemClock.h"
@@ -113,10 +114,14 @@ BundleInfo AgentApplication::bundleInfo(const std::string& executablePath) {
         bundle.executablePath = executablePath;
     }
     // Resources sit beside the executable as in an application bundle: installed under share/,
-    // or the source tree's folder for a build that was not installed.
+    // or, for an agent run from its build tree only, the source tree's folder.
     const auto folder = bundle.executablePath.parent_path();
-    for (const auto& candidate : {folder / "../Resources", folder / "../share/varnoth-agent/resources",
-                                  std::filesystem::path(VARNOTH_SOURCE_RESOURCES)}) {
+    std::vector<std::filesystem::path> candidates{folder / "../Resources",
+                                                  folder / "../share/varnoth-agent/resources"};
+    if (PlatformPaths::runningFromBuildTree()) {
+        candidates.emplace_back(VARNOTH_SOURCE_RESOURCES);
+    }
+    for (const auto& candidate : candidates) {
         if (std::filesystem::is_directory(candidate, error)) {
             bundle.resourcesFolder = std::filesystem::weakly_canonical(candidate, error);
             break;
