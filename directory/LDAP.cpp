@@ -226,7 +226,8 @@ LDAP::LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage
     try {
         // The protocol version and the two client-side time-outs are the only settings; referrals,
         // size limits and TLS keep libldap's defaults (the system's TLS configuration), and searches
-        // ask the server for no time limit. The callbacks only watch the sockets.
+        // ask the server for no time limit. The callbacks hand each socket to the watchdog and let the
+        // TLS handshake wait on a blocking socket.
         const int version = LDAP_VERSION3;
         ldap_set_option(session, LDAP_OPT_PROTOCOL_VERSION, &version);
         const timeval connectTimeout = timevalOf(limits_.connect);
