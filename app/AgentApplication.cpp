@@ -11,9 +11,11 @@
 #include "core/ConfigReport.h"
 #include "core/Logger.h"
 #include "platform/Platform.h"
+#include "platform/PlatformPaths.h"
 #include "platform/PosixHostInfo.h"
 #include "platform/PosixProcessLauncher.h"
 #include "platform/SystemClock.h"
+#include "platform/Termination.h"
 
 #ifdef __APPLE__
 #include "launchd/LaunchdLoginItem.h"
@@ -31,6 +33,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <unistd.h>
@@ -42,17 +45,20 @@ namespace {
 int signalPipe[2] = {-1, -1};
 
 void forwardSignal(int) {
+    // The flag makes a blocking connect, read, directory call or script wait give up within 100 ms, so
+    // the event loop gets to the pipe promptly.
+    Termination::request();
     const char byte = 1;
     [[maybe_unused]] auto ignored = ::write(signalPipe[1], &byte, 1);
 }
 
 // SIGINT and SIGTERM end the agent through the event loop, so termination still logs "Exiting".
-void quitOnSignals() {
+void quitOnSignals(std::function<void()> quit) {
     if (::pipe(signalPipe) != 0) {
         return;
     }
     auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, QCoreApplication::instance());
-    QObject::connect(notifier, &QSocketNotifier::activated, [] { QCoreApplication::quit(); });
+    QObject::connect(notifier, &QSocketNotifier::activated, std::move(quit));
     struct sigaction action {};
     action.sa_handler = forwardSignal;
     sigemptyset(&action.sa_mask);
@@ -147,10 +153,14 @@ BundleInfo AgentApplication::bundleInfo(const std::string& executablePath) {
         bundle.executablePath = executablePath;
     }
     // Resources sit beside the executable as in an application bundle: installed under share/,
-    // or the source tree's folder for a build that was not installed.
+    // or, for an agent run from its build tree only, the source tree's folder.
     const auto folder = bundle.executablePath.parent_path();
-    for (const auto& candidate : {folder / "../Resources", folder / "../share/varnoth-agent/resources",
-                                  std::filesystem::path(VARNOTH_SOURCE_RESOURCES)}) {
+    std::vector<std::filesystem::path> candidates{folder / "../Resources",
+                                                  folder / "../share/varnoth-agent/resources"};
+    if (PlatformPaths::runningFromBuildTree()) {
+        candidates.emplace_back(VARNOTH_SOURCE_RESOURCES);
+    }
+    for (const auto& candidate : candidates) {
         if (std::filesystem::is_directory(candidate, error)) {
             bundle.resourcesFolder = std::filesystem::weakly_canonical(candidate, error);
             break;
@@ -183,13 +193,12 @@ int AgentApplication::main(int argc, char** argv) {
         }
     }
 
-    if (once && std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr &&
-        std::getenv("QT_QPA_PLATFORM") == nullptr) {
-        setenv("QT_QPA_PLATFORM", "offscreen", 1); // a single run needs no display
+    if (once) {
+        // A single run shows no window, so it needs no display, even when DISPLAY names one that is gone.
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
     }
     QApplication qt(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
-    quitOnSignals();
 
     const BundleInfo bundle = runningBundle(argv[0]);
     QLockFile instanceLock(QString::fromStdString(Logger::logFilePath().string() + ".lock"));
@@ -249,6 +258,13 @@ int AgentApplication::main(int argc, char** argv) {
         windows = {applyWindow.get(), configWindow.get(), &applyWindow->controller()};
     }
     AppDelegate delegate(windows);
+    // A single run that a signal cuts short did not succeed; the tray agent ends normally.
+    quitOnSignals([once, &delegate] {
+        if (once) {
+            delegate.applicationWillTerminate();
+        }
+        QCoreApplication::exit(once ? 1 : 0);
+    });
     if (once) {
         // The deployment log's send is queued when the run ends; quitting behind it lets it go out.
         delegate.setUpdateFinishedHandler([&mainQueue](bool succeeded) {

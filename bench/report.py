@@ -46,6 +46,7 @@ def run(program, *arguments):
 
 figures = {}
 figures.update(run("receive_bench", "--benchmark_repetitions=5", "--benchmark_min_time=0.2"))
+figures.update(run("compare_bench", "--benchmark_repetitions=3"))
 figures.update(run("update_run_bench", "--benchmark_repetitions=3"))
 figures.update(run("agent_process_bench"))
 
@@ -89,6 +90,8 @@ row("GetSignatures request encoding", "<= 20 µs", value("EncodeSignaturesReques
     f"UTF-16 encoding of a 6 kB log {fmt(encode, 'µs')}")
 row("Deployment log request (6 kB log)", "<= 200 µs", value("EncodeDeploymentLogRequest"), "µs", 0.200,
     f"UTF-16 encoding of the log alone {fmt(encode, 'µs')}")
+row("Default signature comparison, 4 MB of combining marks", "<= 500 ms", value("CompareCombiningMarks/4"), "ms",
+    500.0, "the same text compared byte for byte costs nothing", "canonical ordering of the marks")
 script = value("OneScriptCall")
 for count, limit in ((0, 150.0), (20, 300.0), (200, 3000.0)):
     row(f"Timer run, {count} additional signatures", f"<= {limit:.0f} ms beyond the 1 s wait",

@@ -1,9 +1,12 @@
 #include "directory/LDAP.h"
 
 #include "core/TextValues.h"
+#include "directory/SocketWatchdog.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <ldap.h>
 #include <sasl/sasl.h>
 #include <utility>
@@ -123,6 +126,35 @@ private:
     std::vector<char*> list_;
 };
 
+int socketOf(Sockbuf* buffer) {
+    int socket = -1;
+    if (buffer != nullptr) {
+        ber_sockbuf_ctrl(buffer, LBER_SB_OPT_GET_FD, &socket);
+    }
+    return socket;
+}
+
+int onConnectionOpened(::LDAP*, Sockbuf* buffer, LDAPURLDesc*, sockaddr*, ldap_conncb* callbacks) {
+    static_cast<LDAP*>(callbacks->lc_arg)->connectionOpened(socketOf(buffer));
+    return 0;
+}
+
+void onConnectionClosing(::LDAP*, Sockbuf* buffer, ldap_conncb* callbacks) {
+    // A null buffer announces the end of the session, whose connections were announced one by one.
+    if (buffer != nullptr) {
+        static_cast<LDAP*>(callbacks->lc_arg)->connectionClosing(socketOf(buffer));
+    }
+}
+
+void onHandshakeStarting(::LDAP*, void*, void*, void* client) {
+    static_cast<LDAP*>(client)->handshakeStarting();
+}
+
+timeval timevalOf(std::chrono::milliseconds duration) {
+    return {static_cast<time_t>(duration.count() / 1000),
+            static_cast<suseconds_t>(duration.count() % 1000 * 1000)};
+}
+
 } // namespace
 
 std::string_view LDAP::mechanismName(AuthType type) {
@@ -169,7 +201,18 @@ LDAP::Login::~Login() {
 }
 
 LDAP::LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage codePage)
-    : threading(queueLabel()) {
+    : LDAP(url, std::move(login), codePage, Limits{}) {}
+
+LDAP::LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage codePage, Limits limits)
+    : threading(queueLabel()), limits_(limits), watchdog_(std::make_unique<SocketWatchdog>()),
+      callbacks_(std::make_unique<ldap_conncb>(ldap_conncb{onConnectionOpened, onConnectionClosing, this})) {
+    // A peer that closes while libldap writes (an unbind after a cut connection, say) must give an
+    // error, not end the process.
+    static const bool brokenPipesIgnored = [] {
+        std::signal(SIGPIPE, SIG_IGN);
+        return true;
+    }();
+    (void)brokenPipesIgnored;
     // Names, not cases: UTF_8 ("UTF-8") still gets a pair of converters.
     if (Iconv::name(codePage) != "UTF8") {
         iconv = std::make_shared<Iconv>(codePage, Iconv::CodePage::UTF8);
@@ -181,14 +224,19 @@ LDAP::LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage
         throw Exception(errorText(initialized));
     }
     try {
+        // The protocol version and the two client-side time-outs are the only settings; referrals,
+        // size limits and TLS keep libldap's defaults (the system's TLS configuration), and searches
+        // ask the server for no time limit. The callbacks hand each socket to the watchdog and let the
+        // TLS handshake wait on a blocking socket.
         const int version = LDAP_VERSION3;
         ldap_set_option(session, LDAP_OPT_PROTOCOL_VERSION, &version);
-        const timeval connectTimeout{connectTimeoutSeconds, 0};
+        const timeval connectTimeout = timevalOf(limits_.connect);
         ldap_set_option(session, LDAP_OPT_NETWORK_TIMEOUT, &connectTimeout);
-        const timeval operationTimeout{operationTimeoutSeconds, 0};
+        const timeval operationTimeout = timevalOf(limits_.operation);
         ldap_set_option(session, LDAP_OPT_TIMEOUT, &operationTimeout);
-        const int serverTimeLimit = operationTimeoutSeconds;
-        ldap_set_option(session, LDAP_OPT_TIMELIMIT, &serverTimeLimit);
+        ldap_set_option(session, LDAP_OPT_CONNECT_CB, callbacks_.get());
+        ldap_set_option(session, LDAP_OPT_X_TLS_CONNECT_CB, reinterpret_cast<void*>(onHandshakeStarting));
+        ldap_set_option(session, LDAP_OPT_X_TLS_CONNECT_ARG, this);
         if (login) {
             this->login(login);
         }
@@ -198,6 +246,38 @@ LDAP::LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage
         session = nullptr;
         throw;
     }
+}
+
+void LDAP::connectionOpened(int socket) {
+    lastSocket_ = socket;
+    if (socket >= 0) {
+        watchdog_->add(socket);
+    }
+}
+
+void LDAP::connectionClosing(int socket) {
+    watchdog_->remove(socket);
+    if (socket == lastSocket_) {
+        lastSocket_ = -1;
+    }
+}
+
+void LDAP::handshakeStarting() {
+    // With a network time-out libldap runs the TLS handshake on a non-blocking socket and, on a silent
+    // peer, retries its failing reads without pause for as long as the peer keeps the connection. On a
+    // blocking socket the handshake waits without using the processor, and the watchdog ends the wait.
+    if (lastSocket_ >= 0) {
+        const int flags = ::fcntl(lastSocket_, F_GETFL);
+        if (flags >= 0) {
+            ::fcntl(lastSocket_, F_SETFL, flags & ~O_NONBLOCK);
+        }
+    }
+}
+
+template <typename Call> int LDAP::bounded(Call call) {
+    watchdog_->arm(std::chrono::steady_clock::now() + limits_.operation);
+    const int result = call();
+    return watchdog_->disarm() ? LDAP_TIMEOUT : result;
 }
 
 LDAP::~LDAP() {
@@ -220,12 +300,16 @@ void LDAP::login(const std::shared_ptr<Login>& login) {
     if (mechanism.empty()) {
         char* secret = ber_strdup(login->password.c_str());
         berval credentials{login->password.size(), secret};
-        result = ldap_sasl_bind_s(session, login->binddn.c_str(), LDAP_SASL_SIMPLE, &credentials, nullptr,
-                                  nullptr, nullptr);
+        result = bounded([&] {
+            return ldap_sasl_bind_s(session, login->binddn.c_str(), LDAP_SASL_SIMPLE, &credentials, nullptr,
+                                    nullptr, nullptr);
+        });
         ber_memfree(secret);
     } else {
-        result = ldap_sasl_interactive_bind_s(session, login->binddn.c_str(), mechanism.c_str(), nullptr,
-                                              nullptr, LDAP_SASL_QUIET, interact, login.get());
+        result = bounded([&] {
+            return ldap_sasl_interactive_bind_s(session, login->binddn.c_str(), mechanism.c_str(), nullptr,
+                                                nullptr, LDAP_SASL_QUIET, interact, login.get());
+        });
     }
     if (result != LDAP_SUCCESS) {
         throw Exception(errorText(result));
@@ -266,11 +350,18 @@ LDAP::Entries LDAP::search(const std::string& base, const std::string& filter, S
     AttributeList attributeList(attributes);
     LDAPControl* serverControls[] = {sortControl, nullptr};
     LDAPMessage* message = nullptr;
-    const int searched =
-        ldap_search_ext_s(session, base.c_str(), static_cast<int>(scope), filter.c_str(), attributeList.get(),
-                          0, sortControl ? serverControls : nullptr, nullptr, nullptr, 0, &message);
+    // No time limit of its own: the server gets 0 (none), and the client's limit is the session's.
+    const int searched = bounded([&] {
+        return ldap_search_ext_s(session, base.c_str(), static_cast<int>(scope), filter.c_str(),
+                                 attributeList.get(), 0, sortControl ? serverControls : nullptr, nullptr,
+                                 nullptr, 0, &message);
+    });
     if (sortControl != nullptr) {
         ldap_control_free(sortControl);
+    }
+    if (searched == LDAP_TIMEOUT && message != nullptr) {
+        ldap_msgfree(message); // what arrived before the cut is not a whole answer
+        message = nullptr;
     }
     if (message == nullptr) {
         throw Exception(errorText(searched));
@@ -393,8 +484,10 @@ void LDAP::changeEntry(const std::string& dn, const Modifications& attributes, b
     }
     int result = LDAP_ENCODING_ERROR;
     if (encoded) {
-        result = replace ? ldap_modify_ext_s(session, dn.c_str(), mods, nullptr, nullptr)
-                         : ldap_add_ext_s(session, dn.c_str(), mods, nullptr, nullptr);
+        result = bounded([&] {
+            return replace ? ldap_modify_ext_s(session, dn.c_str(), mods, nullptr, nullptr)
+                           : ldap_add_ext_s(session, dn.c_str(), mods, nullptr, nullptr);
+        });
     }
     ldap_mods_free(mods, 1);
     if (result != LDAP_SUCCESS) {
@@ -411,7 +504,7 @@ void LDAP::modify(const std::string& dn, const Modifications& attributes) {
 }
 
 void LDAP::remove(const std::string& dn) {
-    const int result = ldap_delete_ext_s(session, dn.c_str(), nullptr, nullptr);
+    const int result = bounded([&] { return ldap_delete_ext_s(session, dn.c_str(), nullptr, nullptr); });
     if (result != LDAP_SUCCESS) {
         throw Exception(errorText(result));
     }

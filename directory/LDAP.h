@@ -3,6 +3,7 @@
 #include "directory/Iconv.h"
 #include "directory/SerialQueue.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -15,20 +16,30 @@
 #include <variant>
 #include <vector>
 
-struct ldap; // libldap's session
+struct ldap;        // libldap's session
+struct ldap_conncb; // its connection callbacks
 
 namespace varnoth {
 
+class SocketWatchdog;
+
 // A small directory client on libldap: one session per object, bound at construction when a login
 // is given, searches whose entries come back as maps of text. Every synchronous call blocks the
-// caller for the whole exchange, bounded by the connect and operation time-outs below; one object
-// must not be used from two threads at once. The asynchronous variants run on the object's own
-// worker thread and call their completion there.
+// caller for the whole exchange, bounded by the limits below; one object must not be used from two
+// threads at once. The asynchronous variants run on the object's own worker thread and call their
+// completion there.
 class LDAP {
 public:
-    // A dead or silent directory must not hold the agent for minutes.
-    static constexpr int connectTimeoutSeconds = 5;
-    static constexpr int operationTimeoutSeconds = 10;
+    // Client-side bounds only: a dead or silent directory must not hold the agent for minutes, and a
+    // slow but healthy one must not be cut short, so searches carry no time limit for the server.
+    struct Limits {
+        // Establishing the TCP connection.
+        std::chrono::milliseconds connect{std::chrono::seconds(5)};
+        // Each bind, search or change, with the connection and TLS handshake it may have to make first.
+        // At the limit the connection is cut, whatever the peer does (silent, trickling, half a
+        // handshake).
+        std::chrono::milliseconds operation{std::chrono::seconds(30)};
+    };
 
     enum class AuthType { SIMPLE, GSSAPI, SPNEGO, DIGEST, OTHER };
     // The SASL mechanism name: "" for a simple bind, "UNSUPPORTED" for OTHER.
@@ -95,6 +106,7 @@ public:
 
     explicit LDAP(const std::string& url, std::shared_ptr<Login> login = nullptr,
                   Iconv::CodePage codePage = Iconv::CodePage::UTF8);
+    LDAP(const std::string& url, std::shared_ptr<Login> login, Iconv::CodePage codePage, Limits limits);
     ~LDAP();
     LDAP(const LDAP&) = delete;
     LDAP& operator=(const LDAP&) = delete;
@@ -131,13 +143,24 @@ public:
 
     const std::string& threadLabel() const { return threading.label(); }
 
+    // libldap's connection callbacks: they hand each socket to the watchdog.
+    void connectionOpened(int socket);
+    void connectionClosing(int socket);
+    void handshakeStarting();
+
 private:
+    // Runs one libldap call under the watchdog: LDAP_TIMEOUT when the watchdog had to cut it.
+    template <typename Call> int bounded(Call call);
     void changeEntry(const std::string& dn, const Modifications& attributes, bool replace);
     void runAsync(std::function<void()> operation,
                   std::function<void(std::optional<std::string>)> completion);
     std::string decode(const char* bytes, std::size_t length) const;
 
     SerialQueue threading;
+    Limits limits_;
+    std::unique_ptr<SocketWatchdog> watchdog_;
+    std::unique_ptr<ldap_conncb> callbacks_;
+    int lastSocket_ = -1;
     ::ldap* session = nullptr;
     std::shared_ptr<Iconv> iconv;  // directory code page to UTF-8
     std::shared_ptr<Iconv> iconvR; // UTF-8 to the directory code page

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
@@ -38,9 +39,14 @@ private:
 };
 
 std::string readWholeFile(const std::filesystem::path& path) {
-    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Non-blocking, so that a FIFO put in the folder cannot hold the agent; only a regular file is read.
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (file.get() < 0) {
         throwFileError("Cannot read the job file", path, errno);
+    }
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        throwFileError("Cannot read the job file", path, EINVAL);
     }
     std::string content;
     char buffer[16384];
@@ -56,10 +62,20 @@ std::string readWholeFile(const std::filesystem::path& path) {
     }
 }
 
+// Written beside the target and renamed over it: launchd never reads half a record, and a symbolic
+// link at the path is replaced, not followed.
 void writeWholeFile(const std::filesystem::path& path, std::string_view content) {
-    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    std::string temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX")).string();
+    FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
     if (file.get() < 0) {
         throwFileError("Cannot write the job file", path, errno);
+    }
+    const auto fail = [&](int error) {
+        ::unlink(temporary.c_str());
+        throwFileError("Cannot write the job file", path, error);
+    };
+    if (::fchmod(file.get(), 0644) != 0) {
+        fail(errno);
     }
     while (!content.empty()) {
         const ssize_t count = ::write(file.get(), content.data(), content.size());
@@ -67,12 +83,15 @@ void writeWholeFile(const std::filesystem::path& path, std::string_view content)
             if (errno == EINTR) {
                 continue;
             }
-            throwFileError("Cannot write the job file", path, errno);
+            fail(errno);
         }
         content.remove_prefix(static_cast<std::size_t>(count));
     }
-    if (::close(file.release()) != 0) {
-        throwFileError("Cannot write the job file", path, errno);
+    if (::fsync(file.get()) != 0 || ::close(file.release()) != 0) {
+        fail(errno);
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        fail(errno);
     }
 }
 
@@ -183,7 +202,10 @@ void LaunchControl::writeTo(LaunchAgent& agent, std::filesystem::path url) const
 void LaunchControl::locate(LaunchAgent& agent) const {
     std::vector<std::filesystem::path> entries;
     for (const auto& entry : std::filesystem::directory_iterator(launchAgentsURL())) {
-        if (!entry.path().filename().string().starts_with(".")) {
+        // Links, folders, FIFOs and devices are not job files; reading a FIFO would block.
+        std::error_code error;
+        if (!entry.path().filename().string().starts_with(".") &&
+            entry.symlink_status(error).type() == std::filesystem::file_type::regular) {
             entries.push_back(entry.path());
         }
     }

@@ -4,26 +4,83 @@
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <array>
 #include <exception>
+#include <string_view>
 #include <utf8proc.h>
+#include <utility>
+#include <vector>
 
 namespace varnoth {
 
 namespace {
 
-// The canonical decomposition of UTF-8 text; nothing when the text is not UTF-8.
-std::optional<std::string> decomposed(const std::string& text) {
-    utf8proc_uint8_t* result = nullptr;
-    const utf8proc_ssize_t length = utf8proc_map(
-        reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
-        &result, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE));
-    if (length < 0) {
-        return std::nullopt;
+// The canonical decomposition (NFD) of UTF-8 text as code points; nothing when the text is not UTF-8.
+// utf8proc's own normalisation reorders combining marks with an insertion sort, which takes hours on an
+// answer holding a few hundred thousand marks; here each character is decomposed on its own and every
+// run of marks is put in canonical order by a stable counting sort on the combining class, so the
+// whole takes time linear in the text.
+std::optional<std::vector<utf8proc_int32_t>> decomposed(std::string_view text) {
+    std::vector<utf8proc_int32_t> points;
+    points.reserve(text.size());
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    for (std::size_t at = 0; at < text.size();) {
+        utf8proc_int32_t point = 0;
+        const utf8proc_ssize_t length =
+            utf8proc_iterate(bytes + at, static_cast<utf8proc_ssize_t>(text.size() - at), &point);
+        if (length <= 0) {
+            return std::nullopt;
+        }
+        at += static_cast<std::size_t>(length);
+        utf8proc_int32_t pieces[32]; // no canonical decomposition is longer than four code points
+        int boundary = 0;
+        const utf8proc_ssize_t count =
+            utf8proc_decompose_char(point, pieces, 32, UTF8PROC_DECOMPOSE, &boundary);
+        if (count < 0 || count > 32) {
+            return std::nullopt;
+        }
+        points.insert(points.end(), pieces, pieces + count);
     }
-    std::string form(reinterpret_cast<const char*>(result), static_cast<std::size_t>(length));
-    std::free(result);
-    return form;
+
+    const auto combiningClass = [](utf8proc_int32_t point) {
+        return utf8proc_get_property(point)->combining_class;
+    };
+    std::vector<utf8proc_int32_t> sorted;
+    std::array<std::size_t, 256> starts{};
+    for (std::size_t start = 0; start < points.size();) {
+        if (combiningClass(points[start]) == 0) {
+            ++start;
+            continue;
+        }
+        std::size_t end = start;
+        while (end < points.size() && combiningClass(points[end]) != 0) {
+            ++end;
+        }
+        const auto byClass = [&](utf8proc_int32_t a, utf8proc_int32_t b) {
+            return combiningClass(a) < combiningClass(b);
+        };
+        if (end - start <= 16) {
+            std::stable_sort(points.begin() + static_cast<std::ptrdiff_t>(start),
+                             points.begin() + static_cast<std::ptrdiff_t>(end), byClass);
+        } else {
+            starts.fill(0);
+            for (std::size_t i = start; i < end; ++i) {
+                ++starts[combiningClass(points[i])];
+            }
+            std::size_t position = 0;
+            for (auto& slot : starts) {
+                position += std::exchange(slot, position);
+            }
+            sorted.resize(end - start);
+            for (std::size_t i = start; i < end; ++i) {
+                sorted[starts[combiningClass(points[i])]++] = points[i];
+            }
+            std::copy(sorted.begin(), sorted.end(), points.begin() + static_cast<std::ptrdiff_t>(start));
+        }
+        start = end;
+    }
+    return points;
 }
 
 } // namespace
@@ -35,7 +92,7 @@ OutlookHandler::OutlookHandler() {
         // Without scripts every operation below fails on its own, with its own line.
     }
     if (const auto version = getVersion()) {
-        Logger::log("Outlook " + *version + " is installed");
+        Logger::log("Outlook " + Logger::quoted(*version) + " is installed");
     } else {
         Logger::log("Error: Cannot get Outlook version");
     }
@@ -70,7 +127,7 @@ std::optional<std::string> OutlookHandler::getDefaultAccount() {
     if (auto script = makeScriptObject()) {
         auto account = script->getDefaultAccount();
         if (account && !account->empty()) {
-            Logger::log("Successfully got default Outlook account name: " + *account);
+            Logger::log("Successfully got default Outlook account name: " + Logger::quoted(*account));
             return account;
         }
     }
@@ -155,23 +212,23 @@ void OutlookHandler::deleteDefaultReplySignature() {
 }
 
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
-    Logger::log("Creating signature " + name);
+    Logger::log("Creating signature " + Logger::quoted(name));
     auto script = makeScriptObject();
     if (!script || !script->createSignature(name, content)) {
-        Logger::log("Error: failed to create signature " + name);
+        Logger::log("Error: failed to create signature " + Logger::quoted(name));
         return false;
     }
-    Logger::log("Created signature " + name + " successfully");
+    Logger::log("Created signature " + Logger::quoted(name) + " successfully");
     return true;
 }
 
 void OutlookHandler::deleteSignature(const std::string& name) {
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(name)) {
-        Logger::log("Error: cannot delete signature " + name);
+        Logger::log("Error: cannot delete signature " + Logger::quoted(name));
         return;
     }
-    Logger::log("Email signature " + name + " deleted");
+    Logger::log("Email signature " + Logger::quoted(name) + " deleted");
 }
 
 void OutlookHandler::deleteSignatures() {

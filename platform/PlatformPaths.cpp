@@ -1,8 +1,15 @@
 #include "platform/PlatformPaths.h"
 
+#include <algorithm>
+
 #include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+
+#ifdef __APPLE__
+#include <cstdint>
+#include <mach-o/dyld.h>
+#endif
 
 namespace varnoth {
 
@@ -45,8 +52,35 @@ std::filesystem::path PlatformPaths::applicationSupportFolder() {
 #endif
 }
 
+bool PlatformPaths::runningFromBuildTree() {
+    static const bool inside = [] {
+        std::filesystem::path executable;
+#ifdef __APPLE__
+        char buffer[4096];
+        std::uint32_t size = sizeof buffer;
+        if (_NSGetExecutablePath(buffer, &size) == 0) {
+            executable = buffer;
+        }
+#endif
+        std::error_code error;
+#ifndef __APPLE__
+        executable = std::filesystem::read_symlink("/proc/self/exe", error);
+#endif
+        executable = std::filesystem::weakly_canonical(executable, error);
+        const std::filesystem::path tree(VARNOTH_BUILD_TREE);
+        if (error || executable.empty()) {
+            return false;
+        }
+        const auto [treeEnd, unused] =
+            std::mismatch(tree.begin(), tree.end(), executable.begin(), executable.end());
+        return treeEnd == tree.end();
+    }();
+    return inside;
+}
+
 std::filesystem::path PlatformPaths::systemConfigFolder() {
-    if (const char* value = std::getenv("VARNOTH_SYSTEM_CONFIG_DIR"); value != nullptr && value[0] != '\0') {
+    if (const char* value = std::getenv("VARNOTH_SYSTEM_CONFIG_DIR");
+        value != nullptr && value[0] != '\0' && runningFromBuildTree()) {
         return value;
     }
 #ifdef __APPLE__

@@ -13,9 +13,12 @@ public:
     static std::filesystem::path logsFolder();
     // macOS ~/Library/Application Support; elsewhere $XDG_CONFIG_HOME (default ~/.config).
     static std::filesystem::path applicationSupportFolder();
-    // macOS /Library/Varnoth; elsewhere /etc/Varnoth. VARNOTH_SYSTEM_CONFIG_DIR replaces it, so
-    // administrators can try a configuration and tests never read the real one.
+    // macOS /Library/Varnoth; elsewhere /etc/Varnoth. For a program of the build tree (the tests, a
+    // developer's agent) VARNOTH_SYSTEM_CONFIG_DIR replaces it, so tests never read the real one; an
+    // installed agent ignores the variable.
     static std::filesystem::path systemConfigFolder();
+    // Whether the running program lies in the build tree it was built in.
+    static bool runningFromBuildTree();
     // $XDG_DATA_HOME (default ~/.local/share); on macOS ~/Library/Application Support.
     static std::filesystem::path dataFolder();
     // macOS ~/Library/LaunchAgents; elsewhere the same folder below HOME, for the job records.

@@ -1,5 +1,8 @@
 #include "platform/PosixProcessLauncher.h"
 
+#include "platform/Termination.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -16,6 +19,9 @@ extern char** environ;
 namespace varnoth {
 
 namespace {
+
+// How often a wait looks at the time limit and the termination flag.
+constexpr int terminationCheckMs = 100;
 
 class Pipe {
 public:
@@ -97,6 +103,10 @@ void ignoreBrokenPipes() {
 ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     ignoreBrokenPipes();
     Result result;
+    if (Termination::requested()) {
+        result.error = "the agent is exiting";
+        return result;
+    }
     Pipe input, output, errors;
     if (!input.valid() || !output.valid() || !errors.valid()) {
         result.error = std::strerror(errno);
@@ -136,6 +146,15 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
 
     const auto deadline = request.timeLimit ? std::chrono::steady_clock::now() + *request.timeLimit
                                             : std::chrono::steady_clock::time_point::max();
+    // False once the child must be stopped: past the time limit, or the agent is exiting.
+    const auto timeLeft = [&] {
+        if (Termination::requested()) {
+            result.cancelled = true;
+        } else if (std::chrono::steady_clock::now() >= deadline) {
+            result.timedOut = true;
+        }
+        return !result.cancelled && !result.timedOut;
+    };
     bool outputOpen = true, errorsOpen = true;
     char buffer[65536];
     while (outputOpen || errorsOpen) {
@@ -154,15 +173,14 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
             fds[inputSlot] = {input.write(), POLLOUT, 0};
         }
 
-        int waitMs = -1;
+        if (!timeLeft()) {
+            break;
+        }
+        int waitMs = terminationCheckMs;
         if (request.timeLimit) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0) {
-                result.timedOut = true;
-                break;
-            }
-            waitMs = static_cast<int>(std::min<long long>(left.count(), 60'000));
+            waitMs = static_cast<int>(std::clamp<long long>(left.count(), 1, terminationCheckMs));
         }
         const int ready = poll(fds, count, waitMs);
         if (ready < 0 && errno != EINTR) {
@@ -197,11 +215,22 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     }
     input.closeWrite();
 
-    if (result.timedOut) {
-        kill(pid, SIGKILL);
-    }
+    // A child that closed its output may still run: the limit holds for it too.
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    pid_t ended = 0;
+    while (!result.timedOut && !result.cancelled) {
+        ended = waitpid(pid, &status, WNOHANG);
+        if (ended != 0 && !(ended < 0 && errno == EINTR)) {
+            break;
+        }
+        if (timeLeft()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    if (result.timedOut || result.cancelled) {
+        kill(pid, SIGKILL);
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
     }
     if (WIFEXITED(status)) {
         result.exitCode = WEXITSTATUS(status);

@@ -20,15 +20,16 @@ public:
     };
 
     struct Result {
-        bool started = false;  // false: the program could not be started (see error)
-        bool timedOut = false; // killed after the time limit
-        int exitCode = -1;     // valid when the child exited normally
-        int signal = 0;        // the signal that ended the child, or 0
-        std::string output;    // its standard output
+        bool started = false;   // false: the program could not be started (see error)
+        bool timedOut = false;  // killed after the time limit
+        bool cancelled = false; // killed because the agent is exiting
+        int exitCode = -1;      // valid when the child exited normally
+        int signal = 0;         // the signal that ended the child, or 0
+        std::string output;     // its standard output
         std::string errorOutput;
         std::string error; // why it could not be started
 
-        bool succeeded() const { return started && !timedOut && signal == 0 && exitCode == 0; }
+        bool succeeded() const { return started && !timedOut && !cancelled && signal == 0 && exitCode == 0; }
     };
 
     virtual ~ProcessLauncher() = default;

@@ -42,6 +42,9 @@ public:
         if (result.timedOut) {
             return ScriptReply::failed("no answer within " + std::to_string(timeLimit_.count()) + " ms");
         }
+        if (result.cancelled) {
+            return ScriptReply::failed("stopped: the agent is exiting");
+        }
         if (result.signal != 0) {
             return ScriptReply::failed("ended by signal " + std::to_string(result.signal));
         }

@@ -4,9 +4,12 @@
 #include "core/Logger.h"
 #include "directory/LDAP.h"
 #include "platform/Platform.h"
+#include "platform/Termination.h"
 #include "server/Framing.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
+
+#include <algorithm>
 
 namespace varnoth {
 
@@ -80,7 +83,7 @@ void NetworkService::receiveSignatures(const std::string& email, Completion comp
     std::optional<SignatureDescriptor> descriptor = parseSignatures(*text);
     if (!descriptor) {
         Logger::log("Error: Parsing signature failed for " + email);
-        Logger::log(*text);
+        Logger::log(Logger::quoted(*text));
         completion(std::nullopt);
         return;
     }
@@ -95,6 +98,10 @@ std::optional<std::string> NetworkService::readResponse() {
     for (;;) {
         if (clock.steadyNow() - start > readTimeout) {
             Logger::log("Error: reading server response timed out");
+            return std::nullopt;
+        }
+        if (Termination::requested()) {
+            Logger::log("Error: reading server response stopped: the agent is exiting");
             return std::nullopt;
         }
         const std::size_t chunkStart = buffer.size();
@@ -119,7 +126,7 @@ std::optional<std::string> NetworkService::readResponse() {
     }
     if (text->find(framing::startMarker) == std::string::npos ||
         text->find(framing::endMarker) == std::string::npos) {
-        Logger::log("Error: Unsupported response from server: " + *text);
+        Logger::log("Error: Unsupported response from server: " + Logger::quoted(*text));
         return std::nullopt;
     }
     return framing::unframe(std::move(*text));
@@ -166,25 +173,51 @@ void NetworkService::sendDeploymentLog(const std::string& body) {
 // SignatureServerAddress. Keep them together at the end of this file.
 // ---------------------------------------------------------------------------------------------
 
-void NetworkService::getDefaultNamingContext() {
+std::unique_ptr<LDAP> NetworkService::openDirectory() {
     // A fresh connection per lookup. Without a configured server the local directory is asked over
-    // TLS, anonymously.
+    // TLS, anonymously; otherwise the bind is LDAPUser's (anonymous when it and LDAPPassword are empty).
     const Config& config = Config::shared();
-    auto login = std::make_shared<LDAP::Login>(config.LDAPUser(), config.LDAPPassword());
     const std::string server = config.LDAPServer();
+    if (server.empty()) {
+        return std::make_unique<LDAP>("ldaps://localhost", nullptr, Iconv::CodePage::UTF8);
+    }
+    const std::string password = config.LDAPPassword();
+    const std::string scheme = server.substr(0, server.find("://"));
+    if (!password.empty() && !passwordWarningGiven_ && scheme.size() == 4 &&
+        std::equal(scheme.begin(), scheme.end(), "ldap", [](char a, char b) { return (a | 0x20) == b; })) {
+        passwordWarningGiven_ = true;
+        Logger::log("Warning: the directory password travels unencrypted over ldap://; use an ldaps:// "
+                    "address in LDAPServer to protect it");
+    }
+    return std::make_unique<LDAP>(server, std::make_shared<LDAP::Login>(config.LDAPUser(), password),
+                                  Iconv::CodePage::UTF8);
+}
+
+std::optional<std::string> NetworkService::discover(const char* what, const std::string& base,
+                                                    const std::string& filter, LDAP::Scope scope) {
     try {
-        LDAP directory(server.empty() ? "ldaps://localhost" : server, server.empty() ? nullptr : login,
-                       Iconv::CodePage::UTF8);
-        const auto value = LDAP::firstText(
-            directory.search("", "(objectclass=*)", LDAP::Scope::BASE, {"defaultNamingContext"}, ""));
+        const auto value = LDAP::firstText(openDirectory()->search(base, filter, scope, {what}, ""));
         if (!value) {
-            return;
+            return std::nullopt;
         }
-        Logger::log("defaultNamingContext found on LDAP: " + *value);
-        defaultNamingContext = *value;
+        // A host name or a naming context is short; anything this long is not one.
+        if (value->size() > maxDirectoryValueBytes) {
+            Logger::log(std::string("Error: ") + what +
+                        " from LDAP server refused: " + std::to_string(value->size()) + " bytes, more than " +
+                        std::to_string(maxDirectoryValueBytes));
+            return std::nullopt;
+        }
+        Logger::log(std::string(what) + " found on LDAP: " + Logger::quoted(*value));
+        return value;
     } catch (const std::exception& error) {
-        Logger::log(std::string("Error: Failed to get defaultNamingContext from LDAP server: ") +
-                    error.what());
+        Logger::log(std::string("Error: Failed to get ") + what + " from LDAP server: " + error.what());
+        return std::nullopt;
+    }
+}
+
+void NetworkService::getDefaultNamingContext() {
+    if (auto value = discover("defaultNamingContext", "", "(objectclass=*)", LDAP::Scope::BASE)) {
+        defaultNamingContext = std::move(value);
     }
 }
 
@@ -192,26 +225,10 @@ std::optional<std::string> NetworkService::getServiceDNSName() {
     if (!defaultNamingContext) {
         return std::nullopt;
     }
-    const Config& config = Config::shared();
-    auto login = std::make_shared<LDAP::Login>(config.LDAPUser(), config.LDAPPassword());
-    const std::string server = config.LDAPServer();
-    try {
-        LDAP directory(server.empty() ? "ldaps://localhost" : server, server.empty() ? nullptr : login,
-                       Iconv::CodePage::UTF8);
-        // The signature server publishes itself under this fixed keyword.
-        const auto value = LDAP::firstText(directory.search(
-            *defaultNamingContext,
-            "(&(objectClass=serviceConnectionPoint)(keywords=5d0c7a2e-3f41-4b8e-9a6d-1c2e7f9b0a31))",
-            LDAP::Scope::SUBTREE, {"serviceDNSName"}, ""));
-        if (!value) {
-            return std::nullopt;
-        }
-        Logger::log("serviceDNSName found on LDAP: " + *value);
-        return value;
-    } catch (const std::exception& error) {
-        Logger::log(std::string("Error: Failed to get serviceDNSName from LDAP server: ") + error.what());
-        return std::nullopt;
-    }
+    // The signature server publishes itself under this fixed keyword.
+    return discover("serviceDNSName", *defaultNamingContext,
+                    "(&(objectClass=serviceConnectionPoint)(keywords=5d0c7a2e-3f41-4b8e-9a6d-1c2e7f9b0a31))",
+                    LDAP::Scope::SUBTREE);
 }
 
 } // namespace varnoth

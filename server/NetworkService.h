@@ -1,5 +1,6 @@
 #pragma once
 
+#include "directory/LDAP.h"
 #include "server/SignatureDescriptor.h"
 #include "server/TCPClient.h"
 
@@ -21,6 +22,7 @@ public:
 
     static constexpr std::size_t readLength = 102400;
     static constexpr std::size_t defaultMaxResponseBytes = 64 * 1024 * 1024;
+    static constexpr std::size_t maxDirectoryValueBytes = 64 * 1024;
 
     NetworkService();
     ~NetworkService();
@@ -58,6 +60,11 @@ public:
     std::optional<std::string> getServiceDNSName();
 
 private:
+    // The directory as LDAPServer, LDAPUser and LDAPPassword name it; throws as LDAP does.
+    std::unique_ptr<LDAP> openDirectory();
+    // The first value of the attribute what, from one search; nothing (logged) on failure.
+    std::optional<std::string> discover(const char* what, const std::string& base, const std::string& filter,
+                                        LDAP::Scope scope);
     void querySignatures(const std::string& email, Completion completion);
     void receiveSignatures(const std::string& email, Completion completion);
     void sendDeploymentLog(const std::string& body);
@@ -67,6 +74,7 @@ private:
     bool connectAndSend(const std::string& request);
 
     std::shared_ptr<NetworkService*> self_;
+    bool passwordWarningGiven_ = false;
 };
 
 } // namespace varnoth

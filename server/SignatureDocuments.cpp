@@ -52,6 +52,8 @@ SignatureAction actionFor(const std::string& id, const char* what) {
     return SignatureAction::change;
 }
 
+constexpr std::size_t maxTemplates = 10000;
+
 std::string parseErrorDescription(const pugi::xml_parse_result& result) {
     return std::string(result.description()) + " at offset " + std::to_string(result.offset);
 }
@@ -111,8 +113,8 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     const auto sourceName =
         textOf(lookup(document, {"Response", "DeploymentInformation", "DeploymentDataSourceName"}));
     if (source && sourceName) {
-        Logger::log("Using the deployment configuration specified for the " + text::lowercased(*source) +
-                    " '" + *sourceName + "'.");
+        Logger::log("Using the deployment configuration specified for the " +
+                    Logger::quoted(text::lowercased(*source)) + " '" + Logger::quoted(*sourceName) + "'.");
     } else {
         Logger::log("Warning: no <DeploymentDataSource> or <DeploymentDataSourceName> found in response");
     }
@@ -124,7 +126,14 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
     descriptor.replySignature = std::string();
 
     const pugi::xml_node templates = lookup(document, {"Response", "DeploymentData", "Templates"});
+    std::size_t templateCount = 0;
     for (const pugi::xml_node& item : templates.children("Template")) {
+        // Each one costs a log line and an Outlook operation: a runaway answer is cut short.
+        if (++templateCount > maxTemplates) {
+            Logger::log("Error: response from server holds more than " + std::to_string(maxTemplates) +
+                        " templates; the others are ignored");
+            break;
+        }
         std::string name = textOf(item.child("Name")).value_or("");
         std::string content = textOf(item.child("HTML")).value_or("");
         const auto id = textOf(item.child("Id"));
@@ -132,16 +141,16 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
         const bool isReply = id && *id == *replyId;
         if (isDefault) {
             Logger::log("Default new signature found on server");
-            Logger::log("New signature is: " + name);
+            Logger::log("New signature is: " + Logger::quoted(name));
             descriptor.defaultSignature = content;
         }
         if (isReply) {
             Logger::log("Default reply forward signature found on server");
-            Logger::log("Reply forward signature is: " + name);
+            Logger::log("Reply forward signature is: " + Logger::quoted(name));
             descriptor.replySignature = std::move(content);
         }
         if (!isDefault && !isReply) {
-            Logger::log("Found signature: " + name);
+            Logger::log("Found signature: " + Logger::quoted(name));
             descriptor.additionalSignatures.insert_or_assign(std::move(name), std::move(content));
         }
     }
@@ -167,7 +176,7 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
 
     if (!parsed) {
         Logger::log("Error: failed to parse XML error: " + parseErrorDescription(parsed) +
-                    " for response: " + text);
+                    " for response: " + Logger::quoted(text));
         return std::nullopt;
     }
     return descriptor;
@@ -189,6 +198,7 @@ DeploymentTimes deploymentTimes(std::chrono::system_clock::time_point instant) {
     std::tm utc{};
     std::tm local{};
     gmtime_r(&seconds, &utc);
+    tzset(); // the computer's zone may have changed while the agent runs
     localtime_r(&seconds, &local);
     return {format(utc), format(local)};
 }

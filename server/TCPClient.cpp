@@ -1,5 +1,7 @@
 #include "server/TCPClient.h"
 
+#include "platform/Termination.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -25,16 +27,23 @@ int remainingMilliseconds(Clock::time_point deadline) {
     return static_cast<int>(std::clamp<long long>(left, 0, 1 << 30));
 }
 
-// Waits for the events on the socket until the deadline; false on time-out.
+// Waits for the events on the socket until the deadline; false on time-out, or at once when the agent
+// is asked to exit.
 bool waitFor(int socket, short events, Clock::time_point deadline) {
     for (;;) {
+        if (Termination::requested()) {
+            return false;
+        }
         pollfd entry{socket, events, 0};
-        const int ready = ::poll(&entry, 1, remainingMilliseconds(deadline));
+        const int ready = ::poll(&entry, 1, std::min(remainingMilliseconds(deadline), 100));
         if (ready > 0) {
             return true;
         }
         if (ready == 0) {
-            return false;
+            if (Clock::now() >= deadline) {
+                return false;
+            }
+            continue;
         }
         if (errno != EINTR) {
             return true; // let the following call report the error
@@ -96,7 +105,7 @@ std::optional<TCPError> TCPClient::connect(std::chrono::milliseconds timeout) {
             code = errno;
             if (code == EINPROGRESS || code == EINTR) {
                 if (!waitFor(fd, POLLOUT, deadline)) {
-                    code = ETIMEDOUT;
+                    code = Termination::requested() ? ECANCELED : ETIMEDOUT;
                 } else {
                     socklen_t length = sizeof code;
                     if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &code, &length) != 0) {

@@ -1,5 +1,6 @@
 #include "platform/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <csignal>
 #include <spawn.h>
@@ -117,6 +118,36 @@ TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) 
     EXPECT_EQ(result.output, "Varnoth Brelvane Agent 1.0.0.1\n");
     result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--bogus"}, {}, 30s, {}});
     EXPECT_EQ(result.exitCode, 2);
+}
+
+TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) {
+    // A server that takes the connection and never answers: the run would wait 20 s for it.
+    LoopbackListener silent;
+    writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
+              "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(silent.port()) +
+                  "\nUserEmailAddress=anna@example.com\n");
+    setenv("DISPLAY", ":97", 1); // names a display that is not there
+    unsetenv("QT_QPA_PLATFORM");
+    char program[] = VARNOTH_AGENT;
+    char once[] = "--once";
+    char* argv[] = {program, once, nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, program, nullptr, nullptr, argv, environ), 0);
+    for (int i = 0; i < 200 && logText().find("Successfully sent query") == std::string::npos; ++i) {
+        std::this_thread::sleep_for(50ms);
+    }
+    std::this_thread::sleep_for(1500ms); // into the read, which blocks the main thread
+    unsetenv("DISPLAY");
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    const auto signalled = std::chrono::steady_clock::now();
+    kill(pid, SIGTERM);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 5s) << logText();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << "\n" << logText();
+    EXPECT_NE(logText().find("Error: reading server response stopped: the agent is exiting"),
+              std::string::npos);
+    EXPECT_EQ(logLines().back(), "Exiting");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "tests/support/AgentTest.h"
 
 #include <regex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace varnoth::test {
@@ -58,6 +59,46 @@ TEST_F(LoggerTest, UnwritableFolderPrintsLoggingFailedAndCapturesNothing) {
     Logger::log("lost too");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "logging failed\nlogging failed\n");
     EXPECT_TRUE(Logger::capturedLog.empty());
+}
+
+TEST_F(LoggerTest, OutsideTextIsEscapedAndCut) {
+    const std::string cut = "\u2026 (20000 bytes in all)";
+    for (const auto& [text, quoted] : std::vector<std::pair<std::string, std::string>>{
+             {"tab\tstays", "tab\tstays"},
+             {std::string("nul\0esc\x1B cr\r lf\n", 16), "nul\\x00esc\\x1B cr\\x0D lf\\n"},
+             {std::string(20000, 'a'), std::string(Logger::quoteLimit, 'a') + cut},
+             {"\u00E9" + std::string(19998, 'a'), "\u00E9" + std::string(Logger::quoteLimit - 2, 'a') + cut},
+             {std::string(Logger::quoteLimit - 1, 'a') + "\u00E9" +
+                  std::string(20000 - Logger::quoteLimit - 1, 'a'),
+              std::string(Logger::quoteLimit - 1, 'a') + cut}}) {
+        EXPECT_TRUE(Logger::quoted(text) == quoted) << text.substr(0, 40);
+    }
+}
+
+TEST_F(LoggerTest, TheFileIsTheUsersOwnNeverALinkAndRotatedPastTenMegabytes) {
+    Logger::log("first");
+    struct stat status {};
+    ASSERT_EQ(::stat(Logger::logFilePath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+    // A file past the size is moved aside by the first line of the next process (a new path here).
+    std::filesystem::resize_file(Logger::logFilePath(), Logger::rotateBytes + 1);
+    Logger::log("still the same process");
+    EXPECT_GT(std::filesystem::file_size(Logger::logFilePath()), Logger::rotateBytes + 1);
+    Logger::setLogFilePath(Logger::logFilePath());
+    Logger::log("next start");
+    EXPECT_EQ(logLines(), std::vector<std::string>{"next start"});
+    EXPECT_GT(std::filesystem::file_size(Logger::logFilePath().string() + ".1"), Logger::rotateBytes);
+
+    // A link at the path is not followed: its target stays untouched.
+    writeFile(root() / "target", "kept");
+    const auto linked = root() / "linked.log";
+    std::filesystem::create_symlink(root() / "target", linked);
+    Logger::setLogFilePath(linked);
+    testing::internal::CaptureStdout();
+    Logger::log("through the link");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "logging failed\n");
+    EXPECT_EQ(std::filesystem::file_size(root() / "target"), 4u);
 }
 
 } // namespace

@@ -102,6 +102,8 @@ TEST_F(DiscoveryTest, ConfiguredAccountBindsAndItsPasswordIsNeverLogged) {
         "Error: Failed to get defaultNamingContext from LDAP server: message(\"Invalid credentials\")"));
     EXPECT_EQ(linesContaining("serviceDNSName"), 1u)
         << "only the successful run finds it; failures stop early";
+    // Over ldap:// the password travels in clear: one warning in each run that sends one.
+    EXPECT_EQ(linesContaining("Warning: the directory password travels unencrypted over ldap://"), 2u);
     expectNeverLogged(SlapdServer::bindPassword);
     expectNeverLogged(wrongPassword);
 }
@@ -136,6 +138,14 @@ TEST_F(DiscoveryTest, NoUsableServiceConnectionPointFallsBackSilently) {
     EXPECT_EQ(chosenHost(), configuredAddress);
     EXPECT_EQ(linesContaining("serviceDNSName"), 0u);
     EXPECT_EQ(linesContaining("Error"), 0u);
+
+    // A value far longer than any host name is refused, with its own line.
+    clearLog();
+    configure(
+        startDirectory({.entries = SlapdServer::serviceConnectionPoint("Huge", {std::string(70000, 'h')})})
+            .url());
+    EXPECT_EQ(chosenHost(), configuredAddress);
+    EXPECT_TRUE(logged("Error: serviceDNSName from LDAP server refused: 70000 bytes, more than 65536"));
 
     // A directory whose root entry names no context: nothing to search below.
     clearLog();

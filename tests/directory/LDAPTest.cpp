@@ -1,12 +1,13 @@
 #include "directory/LDAP.h"
 #include "tests/directory/SlapdServer.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <arpa/inet.h>
 #include <chrono>
 #include <future>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <poll.h>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -195,24 +196,61 @@ TEST_F(LDAPTest, AsynchronousVariantsRunOnTheObjectsOwnThread) {
         "message(\"Insufficient access\")");
 }
 
-TEST(LDAPTimeout, SilentDirectoryFailsInsteadOfHanging) {
-    // Accepts connections (the kernel completes them) and never answers.
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_GE(listener, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(listen(listener, 4), 0);
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    const std::string url = "ldap://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-
-    const auto started = std::chrono::steady_clock::now();
-    EXPECT_EQ(thrownText([&] { LDAP(url, agentLogin()); }), "Timed out");
-    EXPECT_LT(std::chrono::steady_clock::now() - started,
-              std::chrono::seconds(3 * LDAP::operationTimeoutSeconds));
-    close(listener);
+// Peers that accept and then misbehave: every operation ends at its limit or sooner, with next to no
+// processor time (libldap's TLS handshake used to spin on a silent peer for as long as it stayed).
+TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
+    enum class Peer { silent, garbage, closing, trickling };
+    const LDAP::Limits limits{std::chrono::seconds(1), std::chrono::seconds(1)};
+    for (const char* scheme : {"ldap", "ldaps"}) {
+        for (const Peer peer : {Peer::silent, Peer::garbage, Peer::closing, Peer::trickling}) {
+            SCOPED_TRACE(std::string(scheme) + " peer " + std::to_string(static_cast<int>(peer)));
+            test::LoopbackListener listener;
+            std::string received;
+            std::thread server([&] {
+                const int socket = listener.accept();
+                const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+                if (peer == Peer::garbage) {
+                    ::send(socket, "\x16\x03\x01\x00\x05garbage\r\n", 15, MSG_NOSIGNAL);
+                }
+                for (char byte; peer != Peer::closing && std::chrono::steady_clock::now() < until;) {
+                    pollfd entry{socket, POLLIN, 0};
+                    if (::poll(&entry, 1, 100) > 0) {
+                        if (::recv(socket, &byte, 1, 0) != 1) {
+                            break; // the client gave up
+                        }
+                        received += byte;
+                    }
+                    if (peer == Peer::trickling) {
+                        ::send(socket, "\x30", 1, MSG_NOSIGNAL);
+                    }
+                }
+                ::close(socket);
+            });
+            rusage before{}, after{};
+            getrusage(RUSAGE_THREAD, &before);
+            const auto started = std::chrono::steady_clock::now();
+            const std::string url = std::string(scheme) + "://127.0.0.1:" + std::to_string(listener.port());
+            const std::string error = thrownText([&] {
+                LDAP(url, nullptr, Iconv::CodePage::UTF8, limits).search("", "(objectclass=*)", Scope::BASE);
+            });
+            const auto took = std::chrono::steady_clock::now() - started;
+            getrusage(RUSAGE_THREAD, &after);
+            server.join();
+            EXPECT_NE(error, "");
+            EXPECT_LT(took, std::chrono::milliseconds(2500));
+            const auto cpu = [](const rusage& usage) {
+                return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                       std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
+            };
+            EXPECT_LT(cpu(after) - cpu(before), std::chrono::milliseconds(150));
+            if (std::string(scheme) == "ldap" && peer == Peer::silent) {
+                // The search asked for no server-side time limit: size limit 0, then time limit 0.
+                EXPECT_EQ(error, "Timed out");
+                EXPECT_NE(received.find(std::string("\x02\x01\x00\x02\x01\x00\x01\x01\x00", 9)),
+                          std::string::npos);
+            }
+        }
+    }
 }
 
 } // namespace

@@ -122,8 +122,8 @@ TEST_F(NetworkFaultTest, MalformedXml) {
               std::string(framing::startMarker) +
                   "<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>x</Identifier>"
                   "<DeploymentData><DefaultSignature>1</DefaultSignature><ReplyForwardSignature>2"
-                  "</ReplyForwardSignature><Templates><Template><Id>1</Id><HTML>&lt;p" +
-                  std::string(framing::endMarker));
+                  "</ReplyForwardSignature><Templates><Template><Id>1</Id><HTML>&lt;p\x1B" +
+                  std::string(4 << 20, 'x') + std::string(framing::endMarker));
     ServerProcess malformed({"--answer-file", answerFile.string()}, goodData().string());
     configure(malformed.port());
     run(app);
@@ -132,6 +132,17 @@ TEST_F(NetworkFaultTest, MalformedXml) {
     expectFailedFetch();
     expectFailureReported(malformed.logFolder(),
                           std::string("Error: Parsing signature failed for ") + mailbox);
+    // The 4 MB answer is quoted twice, each time escaped and cut: neither the log nor the report grows
+    // by more than a few dozen kilobytes.
+    const auto lines = logLines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) {
+                                return line.find("&lt;p\\x1Bxxx") != std::string::npos &&
+                                       line.ends_with("xxx\u2026 (4194523 bytes in all)");
+                            }),
+              2);
+    EXPECT_LT(logText().size(), 100'000u);
+    EXPECT_LT(wholeDeploymentLogs(malformed.logFolder(), 1).at(0).size(), 100'000u);
     expectNextRunWorks(app, good->port(), good->logFolder());
 }
 

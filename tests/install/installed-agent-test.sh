@@ -54,7 +54,11 @@ exec 3< <("$prefix/bin/varnoth-signature-server" --port 0 --data "$prefix/share/
 server_pid=$!
 read -r -t 20 port <&3 || { cat "$work/server.err"; fail "the installed demo server did not start"; }
 
-config="$VARNOTH_SYSTEM_CONFIG_DIR/Varnoth Brelvane Agent"
+# An installed agent ignores the build tree's test hook for the system folder: the user's file counts.
+decoy="$VARNOTH_SYSTEM_CONFIG_DIR/Varnoth Brelvane Agent"
+mkdir -p "$decoy"
+printf 'SignatureServerAddress=127.0.0.1\nSignatureServerPort=1\n' >"$decoy/Varnoth Brelvane Agent.txt"
+config="$XDG_CONFIG_HOME/Varnoth/Varnoth Brelvane Agent"
 mkdir -p "$config"
 printf 'SignatureServerAddress=127.0.0.1\nSignatureServerPort=%s\nLDAPPassword=Never-Shown-1\n' "$port" \
   >"$config/Varnoth Brelvane Agent.txt"
@@ -82,4 +86,10 @@ grep -qF "Update signatures: Create signatures succeeded" "$log" || fail "log: $
 
 for _ in $(seq 100); do ls "$work/received"/* >/dev/null 2>&1 && break; sleep 0.1; done
 grep -qF '<Result>Success</Result>' "$work/received"/* || fail "the server received no successful deployment log"
+# A copy without its resources never falls back to the source tree's: it finds no Outlook script.
+mkdir -p "$work/bare"
+cp "$prefix/bin/varnoth-agent" "$work/bare/"
+before=$(wc -l <"$log")
+"$work/bare/varnoth-agent" --once >/dev/null 2>&1 || true
+tail -n +$((before + 1)) "$log" | grep -qF "Error: Cannot get Outlook version" || fail "the copy found a script: $(tail -5 "$log")"
 echo "installed agent ran on its own"

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <thread>
 
 namespace varnoth::test {
@@ -77,6 +78,18 @@ TEST_F(LaunchControlTest, WriteAndReadNameRules) {
         EXPECT_TRUE(std::filesystem::exists(folder / written)) << given;
     }
 
+    // A link at the path is replaced by the file, never written through; no temporary file is left.
+    writeFile(root() / "elsewhere.plist", "kept");
+    std::filesystem::create_symlink(root() / "elsewhere.plist", folder / "linked.plist");
+    LaunchAgent linked("linked");
+    control.writeCalled(linked, "linked.plist");
+    EXPECT_EQ(std::filesystem::symlink_status(folder / "linked.plist").type(),
+              std::filesystem::file_type::regular);
+    EXPECT_EQ(std::filesystem::file_size(root() / "elsewhere.plist"), 4u) << "the link's target was written";
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
+    }
+
     // Reading takes the name as given: no extension is added.
     writeJob("plain", "without-extension");
     EXPECT_EQ(control.readCalled("plain").url, folder / "plain");
@@ -92,7 +105,10 @@ TEST_F(LaunchControlTest, LocateTakesTheLastFileOfTheLabelAndSkipsTheRest) {
     writeFile(folder / "e.plist", "<?xml version=\"1.0\"?><plist><dict><key>Label</key>");
     writeFile(folder / "f.plist", "\x01\x02 binary junk");
     std::filesystem::create_directories(folder / "g.plist");
-    writeJob("g.plist/inner.plist", "com.example.job"); // not descended into
+    writeJob("g.plist/inner.plist", "com.example.job");         // not descended into
+    ASSERT_EQ(::mkfifo((folder / "h.plist").c_str(), 0600), 0); // nobody writes: reading it would block
+    writeJob("../linked-target.plist", "com.example.job");
+    std::filesystem::create_symlink(root() / "linked-target.plist", folder / "i.plist");
 
     LaunchAgent agent("com.example.job");
     control.locate(agent);

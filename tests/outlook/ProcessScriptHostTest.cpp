@@ -76,6 +76,7 @@ TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsAndNulArgumentsFai
                 "  getVersion) echo 'Outlook is gone' >&2; exit 1 ;;\n"
                 "  getDefaultAccount) ulimit -c 0; kill -SEGV $$ ;;\n"
                 "  getSignature:) echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
+                "  deleteSignatures) exec >&- 2>&-; echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
                 "  *) touch \"$0.ran\" ;;\n"
                 "esac\n");
     const ScriptReply failed = send("getVersion", {});
@@ -91,11 +92,13 @@ TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsAndNulArgumentsFai
 
     ProcessScriptHost impatient{std::chrono::milliseconds(300)};
     impatient.loadScripts();
-    EXPECT_FALSE(impatient.makeObject("OutlookScriptObj")->send("getSignature:", {"x"}).delivered);
-    // The child was killed and reaped, not left behind.
-    const pid_t pid = std::stoi(readFile(resources() / "OutlookScriptObj.pid"));
-    EXPECT_EQ(::kill(pid, 0), -1);
-    EXPECT_EQ(errno, ESRCH);
+    // The child was killed and reaped, not left behind; also one that closed its output first.
+    for (const char* selector : {"getSignature:", "deleteSignatures"}) {
+        EXPECT_FALSE(impatient.makeObject("OutlookScriptObj")->send(selector, {"x"}).delivered) << selector;
+        const pid_t pid = std::stoi(readFile(resources() / "OutlookScriptObj.pid"));
+        EXPECT_EQ(::kill(pid, 0), -1);
+        EXPECT_EQ(errno, ESRCH);
+    }
 }
 
 TEST_F(ProcessScriptHostTest, NoObjectWithoutAnExecutableResourceOfThatName) {

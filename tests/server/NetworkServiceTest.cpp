@@ -1,4 +1,5 @@
 #include "server/NetworkService.h"
+#include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
 #include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
@@ -313,6 +314,13 @@ struct TimeZone {
     }
     std::string saved;
 };
+
+TEST(DeploymentTimesTest, LocalTimeFollowsAZoneChangedWhileTheAgentRuns) {
+    TimeZone zone("XXX-2");
+    setenv("TZ", "YYY+5", 1); // the computer moved; nobody told the C library
+    EXPECT_EQ(deploymentTimes(std::chrono::system_clock::from_time_t(1784064600)).local,
+              "2026-07-14T16:30:00");
+}
 
 TEST_F(NetworkServiceTest, DeploymentLogGoesToTheSameServerByteForByte) {
     auto server = startServer();

@@ -221,6 +221,24 @@ TEST_F(SignatureDocumentsTest, ARejectedDocumentIsParsedAsFarAsItGoesAndThenGive
     EXPECT_EQ(service.deployIdentifier, "ID-7"); // the lookups before the error check still ran
 }
 
+TEST_F(SignatureDocumentsTest, NamesAreQuotedAndARunawayTemplateListIsCut) {
+    std::string templates = item("9", "Evil\n2024-01-01 00:00:00  Forged\x1B", "x");
+    for (int i = 0; i < 10000; ++i) {
+        templates += item("", "t" + std::to_string(i), "x");
+    }
+    const auto descriptor = parse(answer("1", "2", templates));
+    ASSERT_TRUE(descriptor);
+    EXPECT_EQ(descriptor->additionalSignatures.size(), 10000u); // the first 10,000 of 10,001
+    const Lines lines = logLines();
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(), "Found signature: Evil\\n2024-01-01 00:00:00  Forged\\x1B"),
+        1);
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(),
+                   "Error: response from server holds more than 10000 templates; the others are ignored"),
+        1);
+}
+
 TEST(SignaturesRequestTest, PutsTheAddressInUnchanged) {
     const auto text = utf16::decode(makeSignaturesRequest("a&<b@example.com"));
     EXPECT_NE(text->find("<EmailAddress>a&<b@example.com</EmailAddress></Request>"), std::string::npos);
