@@ -9,8 +9,8 @@
 #include "platform/Window.h"
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/FakeConfigurationView.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,5 +1,5 @@
 #include "directory/LDAP.h"
-#include "tests/directory/SlapdServer.h"
+#include "tests/support/SlapdServer.h"
 
 #include <arpa/inet.h>
 #include <chrono>

@@ -1,9 +1,9 @@
 #include "core/Config.h"
 #include "core/Logger.h"
-#include "tests/directory/SlapdServer.h"
 #include "tests/faults/FaultTest.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/SlapdServer.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

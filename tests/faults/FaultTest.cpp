@@ -4,7 +4,7 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
 #include <algorithm>

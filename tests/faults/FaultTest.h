@@ -2,9 +2,9 @@
 
 #include "core/AppDelegate.h"
 #include "platform/ProcessScriptHost.h"
-#include "tests/faults/FastClock.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/FastClock.h"
+#include "tests/support/ServerProcess.h"
 
 #include <filesystem>
 #include <map>

@@ -1,6 +1,6 @@
 #include "platform/Platform.h"
 #include "tests/faults/FaultTest.h"
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -2,8 +2,8 @@
 #include "server/SignatureDocuments.h"
 #include "server/TCPClient.h"
 #include "server/Utf16.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <atomic>
 #include <fstream>

@@ -1,8 +1,8 @@
 #include "server/NetworkService.h"
 #include "server/Utf16.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
 
 #include "core/Config.h"
 #include "platform/Platform.h"

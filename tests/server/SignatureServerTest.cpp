@@ -3,8 +3,8 @@
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <thread>
 

@@ -1,4 +1,4 @@
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -50,6 +51,7 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::strin
     argv.push_back(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // the server dies with the test
         dup2(output[1], STDOUT_FILENO);
         close(output[0]);
         close(output[1]);

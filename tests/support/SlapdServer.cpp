@@ -1,4 +1,5 @@
-#include "tests/directory/SlapdServer.h"
+#include "tests/support/SlapdServer.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -53,16 +54,6 @@ sockaddr_in loopback(int port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     return address;
-}
-
-int freeLoopbackPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof(address);
-    const bool bound = fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-                       getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-    close(fd);
-    return bound ? ntohs(address.sin_port) : 0;
 }
 
 bool acceptsConnections(int port) {
@@ -239,7 +230,7 @@ bool SlapdServer::start() {
     }
     // The port is free when chosen but another process may take it first: try a few.
     for (int attempt = 0; attempt < 3; ++attempt) {
-        port_ = freeLoopbackPort();
+        port_ = LoopbackListener::closedPort();
         pid_ = spawn({slapdPath, "-d", "0", "-h", url() + "/", "-f", (folder_ / "slapd.conf").string()},
                      folder_ / "slapd.out");
         if (pid_ > 0 && waitUntilListening()) {
