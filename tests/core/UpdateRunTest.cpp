@@ -5,11 +5,10 @@
 #include "dialogs/ConfigurationViewController.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
-#include "platform/ProcessScriptHost.h"
 #include "platform/Window.h"
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/FakeConfigurationView.h"
-#include "tests/support/AgentTest.h"
+#include "tests/support/RunTest.h"
 #include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
@@ -29,25 +28,9 @@ public:
     int centred = 0, shown = 0;
 };
 
-// Whole update runs against the demo signature server on loopback and the Outlook stand-in.
-class UpdateRunTest : public AgentTest {
+// Whole update runs against the demo signature server and the Outlook stand-in, from an empty store.
+class UpdateRunTest : public RunTest {
 protected:
-    void SetUp() override {
-        AgentTest::SetUp();
-        OutlookHandler::defaultAccount.reset();
-        setenv("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN, 1);
-        unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
-        Platform::Ports ports = Platform::ports();
-        ports.scriptHost = &scripts;
-        ports.bundle.resourcesFolder = VARNOTH_TEST_RESOURCES;
-        Platform::install(ports);
-    }
-    void TearDown() override {
-        unsetenv("VARNOTH_OUTLOOK_STANDIN");
-        OutlookHandler::defaultAccount.reset();
-        AgentTest::TearDown();
-    }
-
     // A data set for the demo server: templates by file name and the mapping file.
     std::filesystem::path dataSet(const std::string& name, const std::string& mapping,
                                   const std::map<std::string, std::string>& templates) {
@@ -70,33 +53,18 @@ protected:
              {"new.html", "<p>New</p>"},
              {"reply.html", "<p>Reply</p>"}});
     }
-
     void configure(const ServerProcess& server, const std::string& more = "") {
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
                   "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server.port()) +
                       "\n" + more);
         Config::setShared(nullptr);
     }
-
-    // One run to its end: the query, the one-second wait, the answer and the deployment log's send.
-    void run(AppDelegate& app, bool userInitiated) {
-        app.updateSignatures(userInitiated);
-        queue.runUntilIdle();
-        queue.advance(1s);
-        queue.runUntilIdle();
-    }
-
     std::string standIn(const std::string& command) {
-        ProcessLauncher::Result result = Platform::processLauncher().run(
-            {VARNOTH_TEST_STANDIN, {command}, {}, std::chrono::seconds(20), {}});
-        return result.output;
-    }
-    int count(const std::string& line) {
-        auto lines = logLines();
-        return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+        return Platform::processLauncher()
+            .run({VARNOTH_TEST_STANDIN, {command}, {}, std::chrono::seconds(20), {}})
+            .output;
     }
 
-    ProcessScriptHost scripts;
     FakeWindow applyWindow;
 };
 

@@ -1,6 +1,6 @@
 #include "server/Framing.h"
-#include "tests/faults/FaultTest.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/RunTest.h"
 #include "tests/support/ServerProcess.h"
 
 namespace varnoth::test {
@@ -18,7 +18,7 @@ struct NetworkFault {
     std::string alert = "Fetching signature failed";
 };
 
-class NetworkFaultTest : public FaultTest {};
+class NetworkFaultTest : public RunTest {};
 
 TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWorks) {
     const std::string start(framing::startMarker), end(framing::endMarker);
