@@ -1,14 +1,11 @@
 #include "directory/LDAP.h"
+#include "tests/support/LoopbackListener.h"
 #include "tests/support/SlapdServer.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <future>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 // Cyrus SASL's DIGEST-MD5 plugin never frees the ciphers it fetches from OpenSSL; libcrypto has no
 // frame pointers, so the reported stacks end there. Nothing else in these tests uses libcrypto.
@@ -197,22 +194,12 @@ TEST_F(LDAPTest, AsynchronousVariantsRunOnTheObjectsOwnThread) {
 
 TEST(LDAPTimeout, SilentDirectoryFailsInsteadOfHanging) {
     // Accepts connections (the kernel completes them) and never answers.
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_GE(listener, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(listen(listener, 4), 0);
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    const std::string url = "ldap://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-
+    test::LoopbackListener listener;
+    const std::string url = "ldap://127.0.0.1:" + std::to_string(listener.port());
     const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(thrownText([&] { LDAP(url, agentLogin()); }), "Timed out");
     EXPECT_LT(std::chrono::steady_clock::now() - started,
               std::chrono::seconds(3 * LDAP::operationTimeoutSeconds));
-    close(listener);
 }
 
 } // namespace

@@ -1,17 +1,15 @@
 #include "tests/support/SlapdServer.h"
+#include "server/TCPClient.h"
 #include "tests/support/LoopbackListener.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <netinet/in.h>
 #include <sstream>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -47,23 +45,6 @@ objectclass ( 1.2.840.113556.1.5.126 NAME 'serviceConnectionPoint' SUP top STRUC
 objectclass ( 1.3.6.1.4.1.55555.2.1 NAME 'directoryAccount' SUP top STRUCTURAL
   MUST cn MAY ( userPassword $ description $ displayName $ rawName ) )
 )";
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
-}
-
-bool acceptsConnections(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    const sockaddr_in address = loopback(port);
-    const bool connected =
-        fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-    close(fd);
-    return connected;
-}
 
 // Starts a program with its output appended to a file; the child dies with the test process.
 pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::path& output) {
@@ -196,7 +177,7 @@ bool SlapdServer::waitUntilListening() {
             pid_ = -1;
             return false;
         }
-        if (acceptsConnections(port_)) {
+        if (!TCPClient("127.0.0.1", port_).connect(1)) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
