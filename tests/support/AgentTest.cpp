@@ -3,6 +3,7 @@
 #include "core/Config.h"
 #include "core/Logger.h"
 #include "platform/Platform.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -71,10 +72,7 @@ void AgentTest::setEnvironment(const char* name, const std::string& value) {
 }
 
 std::string AgentTest::logText() const {
-    std::ifstream in(Logger::logFilePath(), std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return readWholeFile(Logger::logFilePath());
 }
 
 std::vector<std::string> AgentTest::logLines() const {

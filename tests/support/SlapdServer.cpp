@@ -1,6 +1,7 @@
 #include "tests/support/SlapdServer.h"
 #include "server/TCPClient.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cerrno>
 #include <chrono>
@@ -162,13 +163,6 @@ bool SlapdServer::writeFiles() {
            writeText(folder_ / "data.ldif", base + options_.entries);
 }
 
-std::string SlapdServer::readOutput() const {
-    std::ifstream in(folder_ / "slapd.out", std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 bool SlapdServer::waitUntilListening() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -204,7 +198,7 @@ bool SlapdServer::start() {
                                     (folder_ / "data.ldif").string()},
                                    folder_ / "slapd.out");
         if (loader < 0 || waitForExit(loader) != 0) {
-            error_ = "slapadd failed: " + readOutput();
+            error_ = "slapadd failed: " + readWholeFile(folder_ / "slapd.out");
             return false;
         }
         loaded_ = true;
@@ -218,7 +212,7 @@ bool SlapdServer::start() {
             return true;
         }
     }
-    error_ = "slapd did not start: " + readOutput();
+    error_ = "slapd did not start: " + readWholeFile(folder_ / "slapd.out");
     return false;
 }
 
