@@ -209,22 +209,6 @@ TEST_F(UpdateRunTest, DefaultAccountOfOutlookIsTheAddressWhenNoneIsFixed) {
     EXPECT_EQ(count("Parsed signature successfully for keep@example.com"), 1);
 }
 
-TEST_F(UpdateRunTest, MissingServerAndUnassignedMailboxShowTheirAlerts) {
-    AppDelegate app;
-    run(app, false);
-    ASSERT_EQ(alerts.shown.size(), 1u);
-    EXPECT_EQ(alerts.shown[0].message,
-              "Missing SignatureServerAddress configuration. Unable to update signatures.");
-
-    ServerProcess server({}, standardData().string());
-    configure(server, "UserEmailAddress=nobody@example.com\n");
-    run(app, false);
-    ASSERT_EQ(alerts.shown.size(), 2u);
-    EXPECT_EQ(alerts.shown[1].message,
-              "No Outlook signatures are assigned to your email address nobody@example.com.");
-    EXPECT_TRUE(ServerProcess::waitForFiles(server.logFolder(), 0).empty()); // nothing assigned: no report
-}
-
 TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
     writeFile(
         userConfigFolder() / "Varnoth Brelvane Agent.txt",
