@@ -201,10 +201,9 @@ TEST_F(UpdateRunTest, DefaultAccountOfOutlookIsTheAddressWhenNoneIsFixed) {
     ServerProcess server({}, standardData().string());
     configure(server);
     standIn("set-account");
-    setenv("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com", 1);
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com");
     AppDelegate app;
     run(app, false);
-    unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
     EXPECT_EQ(count("Update signatures: using default account: keep@example.com"), 1);
     EXPECT_EQ(count("Parsed signature successfully for keep@example.com"), 1);
 }

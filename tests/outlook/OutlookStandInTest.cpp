@@ -27,10 +27,7 @@ protected:
     void SetUp() override {
         AgentTest::SetUp();
         for (const char* name : variables) {
-            if (const char* value = std::getenv(name)) {
-                saved_.emplace_back(name, value);
-            }
-            unsetenv(name);
+            setEnvironment(name, std::nullopt);
         }
         store = OutlookStandInStore(OutlookStandInStore::defaultFolder());
         ASSERT_EQ(store.folder(), root() / "home/.local/share/Varnoth/Outlook");
@@ -44,12 +41,6 @@ protected:
     }
     void TearDown() override {
         OutlookHandler::defaultAccount.reset();
-        for (const char* name : variables) {
-            unsetenv(name);
-        }
-        for (const auto& [name, value] : saved_) {
-            setenv(name.c_str(), value.c_str(), 1);
-        }
         AgentTest::TearDown();
     }
 
@@ -70,9 +61,6 @@ protected:
     // Made in SetUp, once HOME and the XDG folders point into the test's own folder.
     OutlookStandInStore store{"/nonexistent"};
     ProcessScriptHost host{std::chrono::seconds(60)};
-
-private:
-    std::vector<std::pair<std::string, std::string>> saved_;
 };
 
 // Any name and content come back exactly; deleting a signature makes it nobody's default.
@@ -94,7 +82,7 @@ TEST_F(OutlookStandInTest, StoreKeepsAnyNameAndContentAndDefaultsFollowTheirSign
     EXPECT_THROW(store.setDefaultNewSignature("user@example.com", "Missing"), std::runtime_error);
     store.deleteSignature(newName);
     EXPECT_FALSE(store.defaults("user@example.com").newMessages);
-    setenv("VARNOTH_OUTLOOK_ACCOUNT", "env@example.com", 1);
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "env@example.com");
     EXPECT_EQ(store.defaultAccount(), "env@example.com");
 }
 
@@ -171,7 +159,7 @@ TEST_F(OutlookStandInTest, ScriptFindsTheStandInBesideTheAgentOrThroughTheOverri
     // The override wins over every other place.
     writeFile(root() / "fake-outlook", "#!/bin/sh\nprintf 'override %s' \"$1\"\n");
     std::filesystem::permissions(root() / "fake-outlook", std::filesystem::perms::owner_all);
-    setenv("VARNOTH_OUTLOOK_STANDIN", (root() / "fake-outlook").c_str(), 1);
+    setEnvironment("VARNOTH_OUTLOOK_STANDIN", (root() / "fake-outlook").string());
     useAgentAt(installed / "varnoth-agent");
     EXPECT_EQ(OutlookHandler().getVersion(), "override getVersion");
 }

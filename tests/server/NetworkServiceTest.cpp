@@ -302,24 +302,13 @@ TEST_F(NetworkServiceTest, StepsOfADroppedServiceDoNothing) {
 
 // --- the deployment log
 
-struct TimeZone {
-    explicit TimeZone(const char* zone) : saved(std::getenv("TZ") ? std::getenv("TZ") : "") {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~TimeZone() {
-        saved.empty() ? unsetenv("TZ") : setenv("TZ", saved.c_str(), 1);
-        tzset();
-    }
-    std::string saved;
-};
-
 TEST_F(NetworkServiceTest, DeploymentLogGoesToTheSameServerByteForByte) {
     auto server = startServer();
     exchange();
     ASSERT_TRUE(result);
     clearLog();
-    TimeZone zone("XXX-2");
+    setEnvironment("TZ", "XXX-2");
+    tzset();
     // 2026-07-14 21:30:00.999 UTC: both times show the same whole second.
     clock.wall = std::chrono::system_clock::from_time_t(1784064600) + 999ms;
     service.submitDeploymentLog(true, "a < b & c > d\n&amp; \"q\" 'a'\n");

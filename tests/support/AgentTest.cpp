@@ -6,6 +6,7 @@
 #include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -61,14 +62,15 @@ void AgentTest::TearDown() {
         }
     }
     savedEnvironment_.clear();
+    tzset(); // a test may have set TZ
 }
 
-void AgentTest::setEnvironment(const char* name, const std::string& value) {
+void AgentTest::setEnvironment(const char* name, const std::optional<std::string>& value) {
     if (!savedEnvironment_.count(name)) {
         const char* old = std::getenv(name);
         savedEnvironment_[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
     }
-    setenv(name, value.c_str(), 1);
+    value ? setenv(name, value->c_str(), 1) : unsetenv(name);
 }
 
 std::string AgentTest::logText() const {

@@ -19,8 +19,8 @@ using namespace std::chrono_literals;
 void RunTest::SetUp() {
     AgentTest::SetUp();
     OutlookHandler::defaultAccount.reset();
-    setenv("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN, 1);
-    unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
+    setEnvironment("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN);
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", std::nullopt);
     Platform::Ports ports = Platform::ports();
     ports.scriptHost = &scripts;
     ports.clock = &fastClock;
@@ -30,7 +30,6 @@ void RunTest::SetUp() {
 
 void RunTest::TearDown() {
     good.reset();
-    unsetenv("VARNOTH_OUTLOOK_STANDIN");
     OutlookHandler::defaultAccount.reset();
     AgentTest::TearDown();
 }
@@ -137,7 +136,7 @@ void RunTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::file
 }
 
 std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::path& folder,
-                                                        std::size_t atLeast) {
+                                                      std::size_t atLeast) {
     static const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  .*)");
     std::vector<std::string> logs;
     for (const auto& file : ServerProcess::waitForFiles(folder, atLeast)) {
