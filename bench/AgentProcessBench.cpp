@@ -5,7 +5,7 @@
 // default 30). Compared with, in the same run: a bare start of the stand-in program (process start-up
 // floor) and the demo server's own resident memory.
 
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>

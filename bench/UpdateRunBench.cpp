@@ -11,7 +11,6 @@
 #include "platform/Application.h"
 #include "platform/Platform.h"
 #include "platform/ProcessScriptHost.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/FakeAccessibility.h"
 #include "tests/support/FakeAlerts.h"
 #include "tests/support/FakeHostInfo.h"
@@ -19,6 +18,7 @@
 #include "tests/support/FakeWorkspace.h"
 #include "tests/support/ManualMainQueue.h"
 #include "tests/support/MemoryUserDefaults.h"
+#include "tests/support/ServerProcess.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

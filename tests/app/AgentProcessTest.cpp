@@ -47,21 +47,8 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     const int status = stop(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
+    // The sequence itself is AppDelegateTest's; here the real ports carry it through to SIGTERM.
     const std::string text = logText();
-    std::vector<std::string> order{
-        "--------------- Varnoth Brelvane Agent Version ",
-        "Operating system is ",
-        "The current user is ",
-        "The current computer is ",
-        "Loading in progress: false",
-        "Accessibility permission is set up correctly",
-        "Starting app engine",
-        "\nUpdateFrequency: 60.0\nAllowConfigureDefaultSignatures: true\nShowViewLogMenu: true\n"
-        "ShowExitMenu: true\nShowLaunchAtLogon: false\nSignatureServerAddress: \n"
-        "SignatureServerPort: 5757\nShowConfigurationMenu: true\nUserEmailAddress: \n"
-        "SuppressErrorMessages: true\n",
-        "Update signatures started",
-        "Exiting"};
     EXPECT_EQ(text.find("  --------------- "), 19u) << text; // the banner is the log's first line
 #ifdef __linux__
     utsname host{};
@@ -70,22 +57,12 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     EXPECT_EQ(text.find("macOS"), std::string::npos);
 #endif
     std::size_t at = 0;
-    for (const auto& piece : order) {
+    for (const std::string piece : {"--------------- Varnoth Brelvane Agent Version ", "Starting app engine",
+                                    "\nSuppressErrorMessages: true\n", "Update signatures started"}) {
         const std::size_t found = text.find(piece, at);
         ASSERT_NE(found, std::string::npos) << "missing or out of order: " << piece << "\n" << text;
         at = found + piece.size();
     }
-    // Every entry starts with a 19-character timestamp and two blanks; only the settings entry continues
-    // on lines of its own.
-    std::istringstream lines(text);
-    int continuation = 0;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.size() >= 21 && line[4] == '-' && line[13] == ':' && line.compare(19, 2, "  ") == 0) {
-            continue;
-        }
-        ++continuation;
-    }
-    EXPECT_EQ(continuation, 10);
     EXPECT_EQ(text.substr(text.size() - 8), "Exiting\n");
 }
 

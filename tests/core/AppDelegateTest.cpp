@@ -133,37 +133,18 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
     }
 }
 
-TEST_F(AppDelegateTest, LaunchAtLoginItemTogglesItsCheckMark) {
-    configure("ShowLaunchAtLogon=1\n");
-    AppDelegate app;
-    app.constructMenu();
-    EXPECT_EQ(statusItem.titles()[3], "Launch Automatically at Login");
-    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
-    statusItem.choose("Launch Automatically at Login");
-    EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
-    statusItem.choose("Launch Automatically at Login");
-    EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
-    const auto lines = logLines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Launch Automatically at Login selected"), 2);
-}
-
-TEST_F(AppDelegateTest, ExitAskesToTerminateAndTerminationSaysExiting) {
-    AppDelegate app;
-    app.constructMenu();
-    statusItem.choose("Exit");
-    EXPECT_EQ(application.terminations, 1);
-    app.applicationWillTerminate();
-    const auto lines = logLines();
-    EXPECT_EQ(std::vector<std::string>(lines.end() - 2, lines.end()),
-              (std::vector<std::string>{"Exit menu selected", "Exiting"}));
-}
-
-TEST_F(AppDelegateTest, ViewLogsOpensTheLogFile) {
+TEST_F(AppDelegateTest, ViewLogsOpensTheLogAndExitTerminatesSayingExiting) {
     AppDelegate app;
     app.constructMenu();
     statusItem.choose("View Logs");
     ASSERT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
+    statusItem.choose("Exit");
+    EXPECT_EQ(application.terminations, 1);
+    app.applicationWillTerminate();
+    const auto lines = logLines();
+    EXPECT_EQ(std::vector<std::string>(lines.end() - 3, lines.end()),
+              (std::vector<std::string>{"View Logs menu selected", "Exit menu selected", "Exiting"}));
 }
 
 } // namespace
@@ -205,7 +186,9 @@ TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogetherAndTheChoiceOutl
     statusItem.choose("Launch Automatically at Login");
     EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
     EXPECT_TRUE(loginItem.isInstalled());
+    EXPECT_EQ(statusItem.titles()[3], "Launch Automatically at Login");
     const auto lines = logLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Launch Automatically at Login selected"), 2);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Login item installed"), 2);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Login item removed"), 1);
 }

@@ -42,24 +42,7 @@ TEST_F(LoggerTest, CreatesAMissingFolderAndRecreatesADeletedFile) {
     EXPECT_EQ(logLines(), std::vector<std::string>{"second"});
 }
 
-TEST_F(LoggerTest, UnwritableFolderPrintsLoggingFailedAndCapturesNothing) {
-    if (geteuid() == 0) {
-        // root writes anywhere: point the log below a regular file instead of a read-only folder
-        writeFile(root() / "blocker", "x");
-        Logger::setLogFilePath(root() / "blocker/agent.log");
-    } else {
-        std::filesystem::create_directories(root() / "locked");
-        std::filesystem::permissions(root() / "locked",
-                                     std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-        Logger::setLogFilePath(root() / "locked/agent.log");
-    }
-    Logger::captureEnabled = true;
-    testing::internal::CaptureStdout();
-    Logger::log("lost");
-    Logger::log("lost too");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "logging failed\nlogging failed\n");
-    EXPECT_TRUE(Logger::capturedLog.empty());
-}
+// An unwritable log folder: EnvironmentFaultTest.LogFolderUnwritable, through a whole run.
 
 TEST_F(LoggerTest, OutsideTextIsEscapedAndCut) {
     const std::string cut = "\u2026 (20000 bytes in all)";

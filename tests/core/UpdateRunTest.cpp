@@ -5,12 +5,11 @@
 #include "dialogs/ConfigurationViewController.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
-#include "platform/ProcessScriptHost.h"
 #include "platform/Window.h"
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/FakeConfigurationView.h"
-#include "tests/server/ServerProcess.h"
-#include "tests/support/AgentTest.h"
+#include "tests/support/RunTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -29,25 +28,9 @@ public:
     int centred = 0, shown = 0;
 };
 
-// Whole update runs against the demo signature server on loopback and the Outlook stand-in.
-class UpdateRunTest : public AgentTest {
+// Whole update runs against the demo signature server and the Outlook stand-in, from an empty store.
+class UpdateRunTest : public RunTest {
 protected:
-    void SetUp() override {
-        AgentTest::SetUp();
-        OutlookHandler::defaultAccount.reset();
-        setenv("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN, 1);
-        unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
-        Platform::Ports ports = Platform::ports();
-        ports.scriptHost = &scripts;
-        ports.bundle.resourcesFolder = VARNOTH_TEST_RESOURCES;
-        Platform::install(ports);
-    }
-    void TearDown() override {
-        unsetenv("VARNOTH_OUTLOOK_STANDIN");
-        OutlookHandler::defaultAccount.reset();
-        AgentTest::TearDown();
-    }
-
     // A data set for the demo server: templates by file name and the mapping file.
     std::filesystem::path dataSet(const std::string& name, const std::string& mapping,
                                   const std::map<std::string, std::string>& templates) {
@@ -70,33 +53,18 @@ protected:
              {"new.html", "<p>New</p>"},
              {"reply.html", "<p>Reply</p>"}});
     }
-
     void configure(const ServerProcess& server, const std::string& more = "") {
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
                   "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server.port()) +
                       "\n" + more);
         Config::setShared(nullptr);
     }
-
-    // One run to its end: the query, the one-second wait, the answer and the deployment log's send.
-    void run(AppDelegate& app, bool userInitiated) {
-        app.updateSignatures(userInitiated);
-        queue.runUntilIdle();
-        queue.advance(1s);
-        queue.runUntilIdle();
-    }
-
     std::string standIn(std::vector<std::string> arguments) {
-        ProcessLauncher::Result result = Platform::processLauncher().run(
-            {VARNOTH_TEST_STANDIN, std::move(arguments), {}, std::chrono::seconds(20), {}});
-        return result.output;
-    }
-    int count(const std::string& line) {
-        auto lines = logLines();
-        return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+        return Platform::processLauncher()
+            .run({VARNOTH_TEST_STANDIN, std::move(arguments), {}, std::chrono::seconds(20), {}})
+            .output;
     }
 
-    ProcessScriptHost scripts;
     FakeWindow applyWindow;
 };
 
@@ -237,28 +205,11 @@ TEST_F(UpdateRunTest, DefaultAccountOfOutlookIsTheAddressWhenNoneIsFixed) {
     ServerProcess server({}, standardData().string());
     configure(server);
     standIn({"set-account", ""});
-    setenv("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com", 1);
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com");
     AppDelegate app;
     run(app, false);
-    unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
     EXPECT_EQ(count("Update signatures: using default account: keep@example.com"), 1);
     EXPECT_EQ(count("Parsed signature successfully for keep@example.com"), 1);
-}
-
-TEST_F(UpdateRunTest, MissingServerAndUnassignedMailboxShowTheirAlerts) {
-    AppDelegate app;
-    run(app, false);
-    ASSERT_EQ(alerts.shown.size(), 1u);
-    EXPECT_EQ(alerts.shown[0].message,
-              "Missing SignatureServerAddress configuration. Unable to update signatures.");
-
-    ServerProcess server({}, standardData().string());
-    configure(server, "UserEmailAddress=nobody@example.com\n");
-    run(app, false);
-    ASSERT_EQ(alerts.shown.size(), 2u);
-    EXPECT_EQ(alerts.shown[1].message,
-              "No Outlook signatures are assigned to your email address nobody@example.com.");
-    EXPECT_TRUE(ServerProcess::waitForFiles(server.logFolder(), 0).empty()); // nothing assigned: no report
 }
 
 TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {

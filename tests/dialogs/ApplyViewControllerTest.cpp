@@ -48,22 +48,6 @@ protected:
     std::optional<ApplyViewController> controller; // made in SetUp: it reads the configuration
 };
 
-TEST_F(ApplyViewControllerTest, AutomaticMessageExtendsManualOneAndQuotesButtonTypographically) {
-    const std::string automatic = ApplyViewController::automaticMessage;
-    const std::string manual = ApplyViewController::manualMessage;
-    EXPECT_EQ(automatic.size(), 639u);
-    EXPECT_EQ(std::count_if(automatic.begin(), automatic.end(), [](char c) { return (c & 0xC0) != 0x80; }),
-              635);
-    EXPECT_TRUE(automatic.starts_with(manual));
-    EXPECT_NE(automatic.find("click \xE2\x80\x9C"
-                             "Configure default signatures\xE2\x80\x9D below"),
-              std::string::npos);
-    EXPECT_NE(automatic.find("Replies/Forwards.\n\nYou can also"), std::string::npos);
-    EXPECT_TRUE(automatic.ends_with("\n- You must manually close the Signatures dialog in Outlook."));
-    EXPECT_STREQ(ApplyViewController::notChangedMessage,
-                 "Your Outlook signatures are configured not to be changed.");
-}
-
 // One dialog reused for every answer, while the administrator changes the permission between updates:
 // dontchange/dontchange means "not changed" without the button; anything else follows the permission.
 TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrentConfiguration) {

@@ -1,9 +1,9 @@
 #include "core/Config.h"
 #include "core/Logger.h"
 #include "server/NetworkService.h"
-#include "tests/directory/SlapdServer.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
+#include "tests/support/SlapdServer.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,15 +1,13 @@
 #include "directory/LDAP.h"
-#include "tests/directory/SlapdServer.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/SlapdServer.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <thread>
-#include <unistd.h>
 
 // Cyrus SASL's DIGEST-MD5 plugin never frees the ciphers it fetches from OpenSSL; libcrypto has no
 // frame pointers, so the reported stacks end there. Nothing else in these tests uses libcrypto.

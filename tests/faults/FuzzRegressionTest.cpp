@@ -3,8 +3,8 @@
 #include "launchd/PropertyListDecoder.h"
 #include "launchd/PropertyListEncoder.h"
 #include "launchd/PropertyListError.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <optional>
 

@@ -84,7 +84,7 @@ class AdminGuideTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        guide = fileText(VARNOTH_ADMIN_GUIDE);
+        guide = readWholeFile(VARNOTH_ADMIN_GUIDE);
         ASSERT_FALSE(guide.empty()) << VARNOTH_ADMIN_GUIDE;
         // Key -> type and default, from the table whose header starts with "| Key | Type | Default |".
         const auto all = lines(guide);

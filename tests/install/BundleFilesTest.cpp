@@ -17,7 +17,7 @@ PlistValue flag(bool value) {
 }
 
 TEST(BundleFilesTest, InformationDictionaryMakesAMenuBarAgentWithTheBuildsValues) {
-    const std::string xml = fileText(VARNOTH_INFO_PLIST);
+    const std::string xml = readWholeFile(VARNOTH_INFO_PLIST);
     EXPECT_EQ(xml.find("${"), std::string::npos) << "a value was not filled in";
     auto info = PlistValue::read(xml);
     ASSERT_FALSE(info.empty()) << xml;
@@ -39,7 +39,7 @@ TEST(BundleFilesTest, EntitlementsAllowAppleEventsToOutlookOutsideTheSandbox) {
         {"com.apple.security.scripting-targets", text("com.microsoft.Outlook")},
         {"com.apple.security.temporary-exception.apple-events", flag(true)},
     };
-    EXPECT_EQ(PlistValue::read(fileText(VARNOTH_ENTITLEMENTS)), expected);
+    EXPECT_EQ(PlistValue::read(readWholeFile(VARNOTH_ENTITLEMENTS)), expected);
 }
 
 } // namespace

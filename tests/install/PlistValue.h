@@ -1,21 +1,13 @@
 #pragma once
 
-#include <fstream>
+#include "tests/support/ServerProcess.h"
+
 #include <map>
 #include <ostream>
 #include <pugixml.hpp>
-#include <sstream>
 #include <string>
 
 namespace varnoth::test {
-
-// A file's whole content; empty when it cannot be read.
-inline std::string fileText(const char* path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
 
 // One entry of a property list's top dictionary, its type named as the administrator's guide does.
 struct PlistValue {

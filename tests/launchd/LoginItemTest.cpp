@@ -4,22 +4,14 @@
 #include "platform/XdgAutostartLoginItem.h"
 #include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace varnoth::test {
 namespace {
 
 using Lines = std::vector<std::string>;
-
-std::string fileText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
 
 class LoginItemTest : public AgentTest {
 protected:
@@ -54,7 +46,7 @@ TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
 
     ASSERT_TRUE(item.install());
     ASSERT_TRUE(item.install()); // again: replaced, not duplicated
-    const std::string ours = fileText(autostartEntry());
+    const std::string ours = readWholeFile(autostartEntry());
     EXPECT_EQ(ours, "[Desktop Entry]\nType=Application\nName=Varnoth Brelvane Agent\nExec=\"" +
                         Platform::bundle().executablePath.string() +
                         "\"\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");

@@ -2,6 +2,7 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cerrno>
 #include <csignal>
@@ -35,10 +36,6 @@ protected:
         writeFile(resources() / "OutlookScriptObj", "#!/bin/sh\n" + body);
         std::filesystem::permissions(resources() / "OutlookScriptObj", permissions);
     }
-    std::string readFile(const std::filesystem::path& path) const {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
     ScriptReply send(std::string_view selector, const std::vector<std::string>& arguments) {
         host.loadScripts();
         auto object = host.makeObject("OutlookScriptObj");
@@ -59,7 +56,7 @@ TEST_F(ProcessScriptHostTest, SelectorArgumentsAndAnswerPassUnchanged) {
     const ScriptReply reply = send("createSignature:content:", {name, html});
     ASSERT_TRUE(reply.delivered) << reply.error;
     EXPECT_TRUE(reply.text == name + '\0' + html + '\0'); // too large to print on a mismatch
-    EXPECT_EQ(readFile(resources() / "OutlookScriptObj.seen"),
+    EXPECT_EQ(readWholeFile(resources() / "OutlookScriptObj.seen"),
               "1|createSignature:content:|" + (root() / "bin/varnoth-agent").string());
 }
 
@@ -95,7 +92,7 @@ TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsAndNulArgumentsFai
     // The child was killed and reaped, not left behind; also one that closed its output first.
     for (const char* selector : {"getSignature:", "deleteSignatures"}) {
         EXPECT_FALSE(impatient.makeObject("OutlookScriptObj")->send(selector, {"x"}).delivered) << selector;
-        const pid_t pid = std::stoi(readFile(resources() / "OutlookScriptObj.pid"));
+        const pid_t pid = std::stoi(readWholeFile(resources() / "OutlookScriptObj.pid"));
         EXPECT_EQ(::kill(pid, 0), -1);
         EXPECT_EQ(errno, ESRCH);
     }

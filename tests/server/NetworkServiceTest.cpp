@@ -1,9 +1,9 @@
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
 
 #include "core/Config.h"
 #include "platform/Platform.h"
@@ -327,7 +327,8 @@ TEST_F(NetworkServiceTest, DeploymentLogGoesToTheSameServerByteForByte) {
     exchange();
     ASSERT_TRUE(result);
     clearLog();
-    TimeZone zone("XXX-2");
+    setEnvironment("TZ", "XXX-2");
+    tzset();
     // 2026-07-14 21:30:00.999 UTC: both times show the same whole second.
     clock.wall = std::chrono::system_clock::from_time_t(1784064600) + 999ms;
     service.submitDeploymentLog(true, "a < b & c > d\n&amp; \"q\" 'a'\n");

@@ -3,10 +3,8 @@
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
-
-#include <thread>
+#include "tests/support/ServerProcess.h"
 
 namespace varnoth::test {
 namespace {
@@ -28,10 +26,6 @@ protected:
     ServerOptions options(const std::string& data = VARNOTH_EXAMPLES_DIR, Faults faults = {}) {
         return {data, root() / "logs", {}, {}, faults};
     }
-    SignatureServer::Reply reply(Faults faults) {
-        return SignatureServer(options(VARNOTH_EXAMPLES_DIR, faults)).handle(makeSignaturesRequest(anna));
-    }
-    const std::string anna = "anna.berg@example.com";
 };
 
 TEST_F(SignatureServerTest, DemoAnswerIsFramedAndParsesIntoTheMailboxsDeployment) {
@@ -48,27 +42,6 @@ TEST_F(SignatureServerTest, DemoAnswerIsFramedAndParsesIntoTheMailboxsDeployment
     EXPECT_EQ(descriptor->additionalSignatures.size(), 1u);
     EXPECT_FALSE(descriptor->removeOtherSignatures); // PreseveOtherSignatures beats the global true
     EXPECT_EQ(service.deployIdentifier, "mailbox:jonas.weber@example.com");
-}
-
-TEST_F(SignatureServerTest, FaultsShapeTheAnswerBytes) {
-    const std::string normal = joined(reply({}));
-    const std::string end = utf16::encodeAscii(framing::endMarker);
-
-    const auto chunked = reply({.chunks = 7});
-    ASSERT_EQ(chunked.writes.size(), 7u);
-    EXPECT_EQ(joined(chunked), normal);
-    EXPECT_EQ(chunked.writes[0].size() % 2, 1u); // cut at odd offsets
-
-    const auto halves = reply({.splitEndMarker = true});
-    ASSERT_EQ(halves.writes.size(), 2u);
-    EXPECT_EQ(halves.writes[1], end.substr(end.size() / 2));
-    EXPECT_FALSE(framing::findEndMarker(halves.writes[0]));
-
-    const auto bare = utf16::decode(joined(reply({.noStartMarker = true, .noEndMarker = true})));
-    ASSERT_TRUE(bare);
-    EXPECT_EQ(bare->rfind("<?xml", 0), 0u);
-    EXPECT_EQ(bare->substr(bare->size() - 11), "</Response>");
-    EXPECT_EQ(utf16::decode(joined(reply({.invalidUtf16 = true}))), std::nullopt);
 }
 
 TEST_F(SignatureServerTest, WhateverAClientSendsGetsAnAnswerOrNoneAndEachLogIsKept) {
@@ -118,33 +91,6 @@ TEST_F(SignatureServerTest, DataFolderErrorsNameTheFileAndLine) {
     EXPECT_EQ(descriptor->defaultSignatureAction, SignatureAction::clear);
     EXPECT_EQ(descriptor->replySignature, "<p>a</p>");
     EXPECT_TRUE(descriptor->additionalSignatures.empty()); // the same template as the reply default
-}
-
-TEST(SignatureServerProcessTest, ServesManyClientsAtOnceAndExitsCleanlyOnSigterm) {
-    ServerProcess server({"--delay", "200"});
-    std::vector<std::thread> clients;
-    std::atomic<int> answered{0};
-    for (int i = 0; i < 20; ++i) {
-        clients.emplace_back([&] {
-            TCPClient client("127.0.0.1", server.port());
-            if (client.connect(5) || client.send(makeSignaturesRequest("anna.berg@example.com"))) {
-                return;
-            }
-            std::string bytes;
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-            while (std::chrono::steady_clock::now() < deadline && !framing::findEndMarker(bytes)) {
-                bytes += client.read(102400, -1).value_or("");
-            }
-            answered += framing::findEndMarker(bytes) ? 1 : 0;
-        });
-    }
-    for (auto& client : clients) {
-        client.join();
-    }
-    EXPECT_EQ(answered, 20);
-    TCPClient idle("127.0.0.1", server.port());
-    ASSERT_EQ(idle.connect(5), std::nullopt);
-    EXPECT_EQ(server.stop(), 0);
 }
 
 } // namespace

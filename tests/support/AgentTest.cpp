@@ -3,8 +3,10 @@
 #include "core/Config.h"
 #include "core/Logger.h"
 #include "platform/Platform.h"
+#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -60,21 +62,19 @@ void AgentTest::TearDown() {
         }
     }
     savedEnvironment_.clear();
+    tzset(); // a test may have set TZ
 }
 
-void AgentTest::setEnvironment(const char* name, const std::string& value) {
+void AgentTest::setEnvironment(const char* name, const std::optional<std::string>& value) {
     if (!savedEnvironment_.count(name)) {
         const char* old = std::getenv(name);
         savedEnvironment_[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
     }
-    setenv(name, value.c_str(), 1);
+    value ? setenv(name, value->c_str(), 1) : unsetenv(name);
 }
 
 std::string AgentTest::logText() const {
-    std::ifstream in(Logger::logFilePath(), std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return readWholeFile(Logger::logFilePath());
 }
 
 std::vector<std::string> AgentTest::logLines() const {

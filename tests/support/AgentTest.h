@@ -44,6 +44,8 @@ protected:
     std::filesystem::path systemConfigFolder() const;
     std::filesystem::path userConfigFolder() const;
     static void writeFile(const std::filesystem::path& path, const std::string& content);
+    // Sets (or, with nullopt, removes) an environment variable until the end of the test.
+    void setEnvironment(const char* name, const std::optional<std::string>& value);
 
     ManualMainQueue queue;
     MemoryUserDefaults defaults;
@@ -55,8 +57,6 @@ protected:
     FakeApplication application;
 
 private:
-    void setEnvironment(const char* name, const std::string& value);
-
     std::filesystem::path root_;
     std::map<std::string, std::optional<std::string>> savedEnvironment_;
 };

@@ -55,7 +55,6 @@ public:
 private:
     bool writeFiles();
     bool waitUntilListening();
-    std::string readOutput() const;
 
     Options options_;
     std::filesystem::path folder_;

@@ -1,16 +1,16 @@
-#include "tests/directory/SlapdServer.h"
+#include "tests/support/SlapdServer.h"
+#include "server/TCPClient.h"
+#include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <netinet/in.h>
 #include <sstream>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -46,33 +46,6 @@ objectclass ( 1.2.840.113556.1.5.126 NAME 'serviceConnectionPoint' SUP top STRUC
 objectclass ( 1.3.6.1.4.1.55555.2.1 NAME 'directoryAccount' SUP top STRUCTURAL
   MUST cn MAY ( userPassword $ description $ displayName $ rawName ) )
 )";
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
-}
-
-int freeLoopbackPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof(address);
-    const bool bound = fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-                       getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-    close(fd);
-    return bound ? ntohs(address.sin_port) : 0;
-}
-
-bool acceptsConnections(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    const sockaddr_in address = loopback(port);
-    const bool connected =
-        fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-    close(fd);
-    return connected;
-}
 
 // Starts a program with its output appended to a file; the child dies with the test process.
 pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::path& output) {
@@ -190,13 +163,6 @@ bool SlapdServer::writeFiles() {
            writeText(folder_ / "data.ldif", base + options_.entries);
 }
 
-std::string SlapdServer::readOutput() const {
-    std::ifstream in(folder_ / "slapd.out", std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 bool SlapdServer::waitUntilListening() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -205,7 +171,7 @@ bool SlapdServer::waitUntilListening() {
             pid_ = -1;
             return false;
         }
-        if (acceptsConnections(port_)) {
+        if (!TCPClient("127.0.0.1", port_).connect(1)) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -232,38 +198,27 @@ bool SlapdServer::start() {
                                     (folder_ / "data.ldif").string()},
                                    folder_ / "slapd.out");
         if (loader < 0 || waitForExit(loader) != 0) {
-            error_ = "slapadd failed: " + readOutput();
+            error_ = "slapadd failed: " + readWholeFile(folder_ / "slapd.out");
             return false;
         }
         loaded_ = true;
     }
     // The port is free when chosen but another process may take it first: try a few.
     for (int attempt = 0; attempt < 3; ++attempt) {
-        port_ = freeLoopbackPort();
+        port_ = LoopbackListener::closedPort();
         pid_ = spawn({slapdPath, "-d", "0", "-h", url() + "/", "-f", (folder_ / "slapd.conf").string()},
                      folder_ / "slapd.out");
         if (pid_ > 0 && waitUntilListening()) {
             return true;
         }
     }
-    error_ = "slapd did not start: " + readOutput();
+    error_ = "slapd did not start: " + readWholeFile(folder_ / "slapd.out");
     return false;
 }
 
 void SlapdServer::stop() {
-    if (pid_ <= 0) {
-        return;
-    }
-    kill(pid_, SIGTERM);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    int status = 0;
-    while (waitpid(pid_, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (pid_ > 0) {
+        stopChild(pid_, 5);
     }
     pid_ = -1;
 }

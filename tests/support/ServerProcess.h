@@ -35,5 +35,7 @@ private:
 };
 
 std::string readWholeFile(const std::filesystem::path& path);
+// Ends a child with SIGTERM, or SIGKILL after the grace period, and reaps it; its wait status.
+int stopChild(pid_t pid, int graceSeconds);
 
 } // namespace varnoth::test

@@ -2,9 +2,9 @@
 
 #include "core/AppDelegate.h"
 #include "platform/ProcessScriptHost.h"
-#include "tests/faults/FastClock.h"
-#include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/FastClock.h"
+#include "tests/support/ServerProcess.h"
 
 #include <filesystem>
 #include <map>
@@ -13,11 +13,11 @@
 
 namespace varnoth::test {
 
-// Whole update runs under one fault at a time, with the demo signature server and the Outlook stand-in.
-// A run starts from a good run's state (signatures in the store, the list of additional signatures, a
+// Whole update runs with the demo signature server on loopback and the Outlook stand-in. A fault test
+// starts from a good run's state (signatures in the store, the list of additional signatures, a
 // deployment log on the server); after the fault, that state must be intact and the next timer run
 // must work again.
-class FaultTest : public AgentTest {
+class RunTest : public AgentTest {
 protected:
     static constexpr const char* mailbox = "anna@example.com";
     // During a faulty run steady time runs this much faster, so the 20-second read bound ends in

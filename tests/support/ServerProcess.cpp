@@ -1,4 +1,4 @@
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -50,6 +51,7 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::strin
     argv.push_back(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // the server dies with the test
         dup2(output[1], STDOUT_FILENO);
         close(output[0]);
         close(output[1]);
@@ -85,21 +87,26 @@ ServerProcess::~ServerProcess() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-int ServerProcess::stop() {
-    if (pid_ <= 0) {
-        return 0;
-    }
-    kill(pid_, SIGTERM);
+int stopChild(pid_t pid, int graceSeconds) {
+    kill(pid, SIGTERM);
     int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (waitpid(pid_, &status, WNOHANG) == 0) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(graceSeconds);
+    while (waitpid(pid, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
             break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    return status;
+}
+
+int ServerProcess::stop() {
+    if (pid_ <= 0) {
+        return 0;
+    }
+    const int status = stopChild(pid_, 10);
     pid_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
 }

@@ -1,10 +1,10 @@
-#include "tests/faults/FaultTest.h"
+#include "tests/support/RunTest.h"
 
 #include "core/Config.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
-#include "tests/server/ServerProcess.h"
+#include "tests/support/ServerProcess.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
 #include <algorithm>
@@ -16,11 +16,11 @@ namespace varnoth::test {
 
 using namespace std::chrono_literals;
 
-void FaultTest::SetUp() {
+void RunTest::SetUp() {
     AgentTest::SetUp();
     OutlookHandler::defaultAccount.reset();
-    setenv("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN, 1);
-    unsetenv("VARNOTH_OUTLOOK_ACCOUNT");
+    setEnvironment("VARNOTH_OUTLOOK_STANDIN", VARNOTH_TEST_STANDIN);
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", std::nullopt);
     Platform::Ports ports = Platform::ports();
     ports.scriptHost = &scripts;
     ports.clock = &fastClock;
@@ -28,14 +28,13 @@ void FaultTest::SetUp() {
     Platform::install(ports);
 }
 
-void FaultTest::TearDown() {
+void RunTest::TearDown() {
     good.reset();
-    unsetenv("VARNOTH_OUTLOOK_STANDIN");
     OutlookHandler::defaultAccount.reset();
     AgentTest::TearDown();
 }
 
-std::filesystem::path FaultTest::goodData() {
+std::filesystem::path RunTest::goodData() {
     const auto folder = root() / "data";
     writeFile(folder / "templates/new.html", "<p>New \u2013 Anna</p>");
     writeFile(folder / "templates/reply.html", "<p>Reply</p>");
@@ -48,14 +47,14 @@ std::filesystem::path FaultTest::goodData() {
     return folder;
 }
 
-void FaultTest::configure(int port, const std::string& more) {
+void RunTest::configure(int port, const std::string& more) {
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
               "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(port) +
                   "\nUserEmailAddress=" + mailbox + "\n" + more);
     Config::setShared(nullptr);
 }
 
-void FaultTest::run(AppDelegate& app, bool userInitiated) {
+void RunTest::run(AppDelegate& app, bool userInitiated) {
     if (userInitiated) {
         app.updateSignatures(true);
     } else {
@@ -67,17 +66,17 @@ void FaultTest::run(AppDelegate& app, bool userInitiated) {
     ASSERT_FALSE(app.updateInProgress());
 }
 
-void FaultTest::runFaulty(AppDelegate& app) {
+void RunTest::runFaulty(AppDelegate& app) {
     fastClock.setFactor(clockFactor);
     run(app);
     fastClock.setFactor(1);
 }
 
-std::filesystem::path FaultTest::storeFolder() const {
+std::filesystem::path RunTest::storeFolder() const {
     return root() / "home/.local/share/Varnoth/Outlook";
 }
 
-std::map<std::string, std::string> FaultTest::storedSignatures() const {
+std::map<std::string, std::string> RunTest::storedSignatures() const {
     std::map<std::string, std::string> signatures;
     try {
         OutlookStandInStore store(storeFolder());
@@ -90,16 +89,16 @@ std::map<std::string, std::string> FaultTest::storedSignatures() const {
     return signatures;
 }
 
-std::vector<std::string> FaultTest::additionalSignatures() const {
+std::vector<std::string> RunTest::additionalSignatures() const {
     return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
 }
 
-void FaultTest::startFromGoodRun() {
+void RunTest::startFromGoodRun() {
     good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
     goodRun(app, good->port());
 }
 
-void FaultTest::goodRun(AppDelegate& app, int goodPort) {
+void RunTest::goodRun(AppDelegate& app, int goodPort) {
     configure(goodPort);
     run(app);
     keptSignatures = storedSignatures();
@@ -112,7 +111,7 @@ void FaultTest::goodRun(AppDelegate& app, int goodPort) {
     clearLog();
 }
 
-void FaultTest::expectKept() const {
+void RunTest::expectKept() const {
     EXPECT_EQ(storedSignatures(), keptSignatures);
     auto list = additionalSignatures();
     std::sort(list.begin(), list.end());
@@ -121,7 +120,7 @@ void FaultTest::expectKept() const {
     EXPECT_EQ(list, kept);
 }
 
-void FaultTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs) {
+void RunTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs) {
     const std::size_t before = ServerProcess::waitForFiles(goodLogs, 0).size();
     configure(goodPort);
     alerts.shown.clear();
@@ -136,8 +135,8 @@ void FaultTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::fi
     EXPECT_EQ(additionalSignatures().size(), 2u);
 }
 
-std::vector<std::string> FaultTest::wholeDeploymentLogs(const std::filesystem::path& folder,
-                                                        std::size_t atLeast) {
+std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::path& folder,
+                                                      std::size_t atLeast) {
     static const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  .*)");
     std::vector<std::string> logs;
     for (const auto& file : ServerProcess::waitForFiles(folder, atLeast)) {
@@ -169,12 +168,12 @@ std::vector<std::string> FaultTest::wholeDeploymentLogs(const std::filesystem::p
     return logs;
 }
 
-int FaultTest::count(const std::string& line) const {
+int RunTest::count(const std::string& line) const {
     const auto lines = logLines();
     return static_cast<int>(std::count(lines.begin(), lines.end(), line));
 }
 
-bool FaultTest::logged(const std::string& prefix) const {
+bool RunTest::logged(const std::string& prefix) const {
     const auto lines = logLines();
     return std::any_of(lines.begin(), lines.end(),
                        [&](const std::string& text) { return text.rfind(prefix, 0) == 0; });
