@@ -37,7 +37,8 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
          {},
          start + head +
              "<DeploymentData><DefaultSignature>1</DefaultSignature>"
-             "<ReplyForwardSignature>2</ReplyForwardSignature><Templates><Template><Id>1</Id><HTML>&lt;p\x1B" +
+             "<ReplyForwardSignature>2</ReplyForwardSignature><Templates><Template><Id>1</"
+             "Id><HTML>&lt;p\x1B" +
              std::string(4 << 20, 'x') + end,
          std::string("Error: Parsing signature failed for ") + mailbox},
         {"malformed before the signature ids",
