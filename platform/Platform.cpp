@@ -1,9 +1,9 @@
 #include "platform/Platform.h"
 
-#include "platform/PosixHostInfo.h"
-#include "platform/PosixProcessLauncher.h"
-#include "platform/ProcessScriptHost.h"
-#include "platform/SystemClock.h"
+#include "platform/posix/PosixHostInfo.h"
+#include "platform/posix/PosixProcessLauncher.h"
+#include "platform/posix/ProcessScriptHost.h"
+#include "platform/posix/SystemClock.h"
 
 #ifdef __APPLE__
 #include "platform/mac/AppleScriptObjCHost.h"

@@ -1,5 +1,5 @@
 #include "app/ConfigurationWindow.h"
-#include "core/Config.h"
+#include "config/Config.h"
 #include "tests/app/QtWindowTest.h"
 
 #include <QCheckBox>

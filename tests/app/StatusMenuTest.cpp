@@ -1,6 +1,6 @@
+#include "agent/AppDelegate.h"
 #include "app/QtStatusItem.h"
-#include "core/AppDelegate.h"
-#include "core/Config.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 #include "tests/app/QtWindowTest.h"
 

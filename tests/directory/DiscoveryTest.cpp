@@ -1,5 +1,5 @@
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "server/NetworkService.h"
 #include "tests/directory/SlapdServer.h"
 #include "tests/server/ServerProcess.h"

@@ -1,5 +1,5 @@
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "tests/directory/SlapdServer.h"
 #include "tests/faults/FaultTest.h"
 #include "tests/server/ServerProcess.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/AppDelegate.h"
-#include "platform/ProcessScriptHost.h"
+#include "agent/AppDelegate.h"
+#include "platform/posix/ProcessScriptHost.h"
 #include "tests/faults/FastClock.h"
 #include "tests/server/ServerProcess.h"
 #include "tests/support/AgentTest.h"

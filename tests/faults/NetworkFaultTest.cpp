@@ -1,4 +1,4 @@
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "server/Framing.h"
 #include "server/NetworkService.h"
 #include "server/Utf16.h"

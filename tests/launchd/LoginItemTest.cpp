@@ -1,7 +1,7 @@
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 #include "launchd/LaunchdLoginItem.h"
 #include "platform/Platform.h"
-#include "platform/XdgAutostartLoginItem.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
 #include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
 

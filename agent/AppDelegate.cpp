@@ -1,7 +1,7 @@
-#include "core/AppDelegate.h"
+#include "agent/AppDelegate.h"
 
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "dialogs/ApplyViewController.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/LoginItem.h"

@@ -1,7 +1,7 @@
-#include "core/AppDelegate.h"
-#include "core/Config.h"
+#include "agent/AppDelegate.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
-#include "platform/XdgAutostartLoginItem.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
 #include "tests/support/AgentTest.h"
 
 namespace varnoth::test {

@@ -1,7 +1,7 @@
-#include "core/Logger.h"
+#include "base/Logger.h"
 
+#include "base/PlatformPaths.h"
 #include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
 
 #include <algorithm>
 #include <cerrno>
