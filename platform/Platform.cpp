@@ -1,5 +1,6 @@
 #include "platform/Platform.h"
 
+#include "base/Logger.h"
 #include "platform/posix/PosixHostInfo.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/ProcessScriptHost.h"
@@ -55,6 +56,7 @@ void Platform::install(Ports ports) {
         ports.processLauncher = &posixLauncher;
     }
     current() = std::move(ports);
+    Logger::timeSource = [] { return Platform::clock().now(); };
 }
 
 const Platform::Ports& Platform::ports() {
