@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
 
     {
         AppDelegate delegate;
-        delegate.constructMenu();
+        delegate.statusMenu().constructMenu();
         tray.menu()->popup(QPoint(40, 40));
         saved &= save(*tray.menu(), output / "tray-menu.png");
         tray.menu()->hide();

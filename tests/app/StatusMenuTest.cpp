@@ -60,7 +60,7 @@ protected:
 
 TEST_F(StatusMenuTest, DefaultsShowEveryItemButLaunchAtLogin) {
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_EQ(shown(),
               (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures", "-",
                                         "Configure", "-", "View Logs", "-", "About", "-", "Exit"}));
@@ -69,7 +69,7 @@ TEST_F(StatusMenuTest, DefaultsShowEveryItemButLaunchAtLogin) {
 TEST_F(StatusMenuTest, HiddenItemsTakeTheirSeparatorsAlong) {
     configure("ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n");
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures",
                                                  "-", "About", "-"}));
 }
@@ -77,13 +77,13 @@ TEST_F(StatusMenuTest, HiddenItemsTakeTheirSeparatorsAlong) {
 TEST_F(StatusMenuTest, LaunchAtLoginIsCheckedBelowUpdateAndTogglesWhenChosen) {
     configure("ShowLaunchAtLogon=1\nShowExitMenu=0\n");
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures",
                                                  "[x] Launch Automatically at Login", "-", "Configure", "-",
                                                  "View Logs", "-", "About", "-"}));
     action("Launch Automatically at Login")->trigger();
     EXPECT_FALSE(action("Launch Automatically at Login")->isChecked());
-    EXPECT_FALSE(app.shouldLaunchAtLogin());
+    EXPECT_FALSE(app.statusMenu().shouldLaunchAtLogin());
     action("Launch Automatically at Login")->trigger();
     EXPECT_TRUE(action("Launch Automatically at Login")->isChecked());
 }
@@ -92,7 +92,7 @@ TEST_F(StatusMenuTest, LaunchAtLoginIsCheckedBelowUpdateAndTogglesWhenChosen) {
 TEST_F(StatusMenuTest, IconIsShownWithoutATrayAndALeftClickOpensTheMenu) {
     AppDelegate app;
     app.setLoading(false);
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
     EXPECT_TRUE(tray->trayIcon().isVisible());
     emit tray->trayIcon().activated(QSystemTrayIcon::Trigger);
@@ -102,7 +102,7 @@ TEST_F(StatusMenuTest, IconIsShownWithoutATrayAndALeftClickOpensTheMenu) {
 
 TEST_F(StatusMenuTest, ChoosingItemsRunsTheirActions) {
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     action("About")->trigger();
     action("View Logs")->trigger();
     action("Exit")->trigger();
