@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check clean
+.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check layers clean
 
 all: build
 
@@ -52,6 +52,10 @@ format:
 
 format-check:
 	@git ls-files '*.cpp' '*.h' '*.mm' '*.m' | xargs clang-format --dry-run --Werror
+
+# Every project include points into its own layer or one below, and none forms a loop.
+layers:
+	@python3 scripts/check-layers
 
 clean:
 	@rm -rf $(BUILD) $(ASAN_BUILD)

@@ -1,21 +1,21 @@
 #include "app/AgentApplication.h"
 
 #include "BuildInfo.h"
+#include "agent/AppDelegate.h"
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
 #include "app/QSettingsUserDefaults.h"
 #include "app/QtDesktop.h"
 #include "app/QtMainQueue.h"
 #include "app/QtStatusItem.h"
-#include "core/AppDelegate.h"
-#include "core/ConfigReport.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "base/PlatformPaths.h"
+#include "config/ConfigReport.h"
 #include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
-#include "platform/PosixHostInfo.h"
-#include "platform/PosixProcessLauncher.h"
-#include "platform/SystemClock.h"
 #include "platform/Termination.h"
+#include "platform/posix/PosixHostInfo.h"
+#include "platform/posix/PosixProcessLauncher.h"
+#include "platform/posix/SystemClock.h"
 
 #ifdef __APPLE__
 #include "launchd/LaunchdLoginItem.h"
@@ -24,7 +24,7 @@
 #include "platform/mac/MacHostInfo.h"
 #include "platform/mac/MacUserDefaults.h"
 #else
-#include "platform/XdgAutostartLoginItem.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
 #endif
 
 #include <QApplication>

@@ -3,7 +3,7 @@
 // decoding, unframing, parseSignatures) against pugixml alone on the same 1 MB and 5 MB answers, and
 // the request encoding against the bare UTF-16 encoding of the same text.
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "server/Framing.h"
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"

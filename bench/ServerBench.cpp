@@ -3,7 +3,7 @@
 // Counters: peak heap bytes of the measured work (operator new and pugixml's allocations) and their
 // ratio to the answer's size, as text (UTF-8) and on the wire (UTF-16).
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "server/Framing.h"
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"

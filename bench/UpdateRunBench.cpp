@@ -4,13 +4,13 @@
 // Compared with, in the same run: one message to the Outlook script (one child process), the unit
 // that each installed signature costs.
 
-#include "core/AppDelegate.h"
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "agent/AppDelegate.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Application.h"
 #include "platform/Platform.h"
-#include "platform/ProcessScriptHost.h"
+#include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/FakeAccessibility.h"
 #include "tests/support/FakeAlerts.h"
 #include "tests/support/FakeHostInfo.h"

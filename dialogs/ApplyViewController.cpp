@@ -1,7 +1,7 @@
 #include "dialogs/ApplyViewController.h"
 
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "dialogs/ApplyView.h"
 #include "outlook/OutlookHandler.h"
 

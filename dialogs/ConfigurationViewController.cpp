@@ -1,6 +1,6 @@
 #include "dialogs/ConfigurationViewController.h"
 
-#include "core/Config.h"
+#include "config/Config.h"
 #include "dialogs/ConfigurationView.h"
 #include "platform/Platform.h"
 

@@ -1,6 +1,6 @@
 #include "directory/Iconv.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 
 #include <array>
 #include <iconv.h>

@@ -1,6 +1,6 @@
 #include "directory/LDAP.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 #include "directory/SocketWatchdog.h"
 
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "fuzz/FuzzEnvironment.h"
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "platform/Platform.h"
 #include "tests/support/MemoryUserDefaults.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Config.h"
+#include "config/Config.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // The administrator's property-list configuration file (XML or binary), answered through every getter.
-#include "core/Config.h"
+#include "config/Config.h"
 #include "fuzz/FuzzEnvironment.h"
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // The administrator's key=value configuration file, read and answered through every getter.
-#include "core/Config.h"
+#include "config/Config.h"
 #include "fuzz/FuzzEnvironment.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "launchd/KeyedEncodingContainer.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 
 namespace varnoth {
 

@@ -1,8 +1,8 @@
 #include "launchd/LaunchControl.h"
 
-#include "core/TextValues.h"
+#include "base/PlatformPaths.h"
+#include "base/TextValues.h"
 #include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "launchd/LaunchdLoginItem.h"
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "platform/Platform.h"
 
 #include <system_error>

@@ -1,6 +1,6 @@
 #include "outlook/OutlookHandler.h"
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 

@@ -1,9 +1,10 @@
 #include "platform/Platform.h"
 
-#include "platform/PosixHostInfo.h"
-#include "platform/PosixProcessLauncher.h"
-#include "platform/ProcessScriptHost.h"
-#include "platform/SystemClock.h"
+#include "base/Logger.h"
+#include "platform/posix/PosixHostInfo.h"
+#include "platform/posix/PosixProcessLauncher.h"
+#include "platform/posix/ProcessScriptHost.h"
+#include "platform/posix/SystemClock.h"
 
 #ifdef __APPLE__
 #include "platform/mac/AppleScriptObjCHost.h"
@@ -55,6 +56,7 @@ void Platform::install(Ports ports) {
         ports.processLauncher = &posixLauncher;
     }
     current() = std::move(ports);
+    Logger::timeSource = [] { return Platform::clock().now(); };
 }
 
 const Platform::Ports& Platform::ports() {

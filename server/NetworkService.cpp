@@ -1,7 +1,7 @@
 #include "server/NetworkService.h"
 
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "directory/LDAP.h"
 #include "platform/Platform.h"
 #include "platform/Termination.h"

@@ -1,7 +1,7 @@
 #include "server/SignatureDocuments.h"
 
-#include "core/Logger.h"
-#include "core/TextValues.h"
+#include "base/Logger.h"
+#include "base/TextValues.h"
 #include "server/Framing.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
+#include "agent/AppDelegate.h"
 #include "app/QtStatusItem.h"
-#include "core/AppDelegate.h"
-#include "core/Config.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 #include "tests/app/QtWindowTest.h"
 
@@ -63,7 +63,7 @@ protected:
 TEST_F(StatusMenuTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
     configure("ShowLaunchAtLogon=1\n");
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures",
                                                  "[x] Launch Automatically at Login", "-", "Configure", "-",
                                                  "View Logs", "-", "About", "-", "Exit"}));
@@ -77,7 +77,7 @@ TEST_F(StatusMenuTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
 TEST_F(StatusMenuTest, IconIsShownWithoutATrayAndALeftClickOpensTheMenu) {
     AppDelegate app;
     app.setLoading(false);
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
     EXPECT_TRUE(tray->trayIcon().isVisible());
     emit tray->trayIcon().activated(QSystemTrayIcon::Trigger);

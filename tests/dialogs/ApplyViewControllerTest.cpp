@@ -1,5 +1,5 @@
 #include "dialogs/ApplyViewController.h"
-#include "core/Config.h"
+#include "config/Config.h"
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"

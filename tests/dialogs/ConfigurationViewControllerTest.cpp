@@ -1,5 +1,5 @@
 #include "dialogs/ConfigurationViewController.h"
-#include "core/Config.h"
+#include "config/Config.h"
 #include "tests/dialogs/FakeConfigurationView.h"
 #include "tests/support/AgentTest.h"
 

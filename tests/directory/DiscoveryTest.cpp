@@ -1,5 +1,5 @@
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "server/NetworkService.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"

@@ -1,5 +1,5 @@
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "tests/support/RunTest.h"
 #include "tests/support/ServerProcess.h"
 

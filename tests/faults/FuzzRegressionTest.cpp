@@ -1,4 +1,4 @@
-#include "core/Config.h"
+#include "config/Config.h"
 #include "launchd/LaunchAgent.h"
 #include "launchd/PropertyListDecoder.h"
 #include "launchd/PropertyListEncoder.h"

@@ -1,8 +1,8 @@
 // The administrator's guide against the code: its settings table, its complete example files and the
 // --print-config sample must say what the agent really does, so the guide cannot drift from it.
 
-#include "core/Config.h"
-#include "core/ConfigReport.h"
+#include "config/Config.h"
+#include "config/ConfigReport.h"
 #include "tests/install/PlistValue.h"
 #include "tests/support/AgentTest.h"
 

@@ -1,5 +1,5 @@
-#include "core/ConfigReport.h"
-#include "core/Logger.h"
+#include "config/ConfigReport.h"
+#include "base/Logger.h"
 #include "tests/support/AgentTest.h"
 
 #include <gmock/gmock.h>

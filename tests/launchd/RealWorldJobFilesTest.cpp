@@ -1,5 +1,5 @@
 #include "launchd/LaunchControl.h"
-#include "platform/PosixProcessLauncher.h"
+#include "platform/posix/PosixProcessLauncher.h"
 #include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
 

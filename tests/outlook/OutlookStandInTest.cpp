@@ -1,7 +1,7 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
-#include "platform/PosixProcessLauncher.h"
-#include "platform/ProcessScriptHost.h"
+#include "platform/posix/PosixProcessLauncher.h"
+#include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/AgentTest.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 

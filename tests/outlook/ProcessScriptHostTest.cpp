@@ -1,4 +1,4 @@
-#include "platform/ProcessScriptHost.h"
+#include "platform/posix/ProcessScriptHost.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"

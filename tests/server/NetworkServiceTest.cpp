@@ -5,7 +5,7 @@
 #include "tests/support/LoopbackListener.h"
 #include "tests/support/ServerProcess.h"
 
-#include "core/Config.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "tests/support/AgentTest.h"
 
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 #include "tests/support/ServerProcess.h"
 

@@ -1,6 +1,6 @@
 #include "tests/support/RunTest.h"
 
-#include "core/Config.h"
+#include "config/Config.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/AppDelegate.h"
-#include "platform/ProcessScriptHost.h"
+#include "agent/AppDelegate.h"
+#include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/FastClock.h"
 #include "tests/support/ServerProcess.h"

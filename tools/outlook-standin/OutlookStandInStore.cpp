@@ -1,6 +1,6 @@
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
-#include "platform/PlatformPaths.h"
+#include "base/PlatformPaths.h"
 
 #include <algorithm>
 #include <cctype>

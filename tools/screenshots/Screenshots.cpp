@@ -3,13 +3,13 @@
 // display (xvfb-run) to get the real platform's rendering. Nothing outside a temporary folder is read or
 // written but the images.
 
+#include "agent/AppDelegate.h"
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
 #include "app/QtDesktop.h"
 #include "app/QtStatusItem.h"
-#include "core/AppDelegate.h"
-#include "core/Config.h"
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 #include "tests/support/MemoryUserDefaults.h"
 
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
 
     {
         AppDelegate delegate;
-        delegate.constructMenu();
+        delegate.statusMenu().constructMenu();
         tray.menu()->popup(QPoint(40, 40));
         saved &= save(*tray.menu(), output / "tray-menu.png");
         tray.menu()->hide();

@@ -1,6 +1,6 @@
 #include "tools/signature-server/DataSet.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 #include "server/SignatureDocuments.h"
 
 #include <algorithm>

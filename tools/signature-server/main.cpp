@@ -4,7 +4,7 @@
 #include "tools/signature-server/SignatureServer.h"
 #include "tools/signature-server/SocketServer.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "platform/PosixProcessLauncher.h"
+#include "platform/posix/PosixProcessLauncher.h"
 
 #include "platform/Termination.h"
 

@@ -1,8 +1,8 @@
-#include "platform/XdgAutostartLoginItem.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
 
-#include "core/Logger.h"
+#include "base/Logger.h"
+#include "base/PlatformPaths.h"
 #include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
 
 #include <cerrno>
 #include <cstring>

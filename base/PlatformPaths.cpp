@@ -1,4 +1,4 @@
-#include "platform/PlatformPaths.h"
+#include "base/PlatformPaths.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 
 #include <algorithm>
 #include <cmath>

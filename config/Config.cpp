@@ -1,9 +1,9 @@
-#include "core/Config.h"
+#include "config/Config.h"
 
-#include "core/Logger.h"
-#include "core/TextValues.h"
+#include "base/Logger.h"
+#include "base/PlatformPaths.h"
+#include "base/TextValues.h"
 #include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
 
 #include <charconv>
 #include <cstdio>

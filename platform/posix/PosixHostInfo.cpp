@@ -1,4 +1,4 @@
-#include "platform/PosixHostInfo.h"
+#include "platform/posix/PosixHostInfo.h"
 
 #include <fstream>
 #include <pwd.h>

@@ -1,5 +1,5 @@
-#include "core/Config.h"
-#include "platform/PosixProcessLauncher.h"
+#include "config/Config.h"
+#include "platform/posix/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 
 #include <sstream>

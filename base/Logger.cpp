@@ -1,7 +1,6 @@
-#include "core/Logger.h"
+#include "base/Logger.h"
 
-#include "platform/Platform.h"
-#include "platform/PlatformPaths.h"
+#include "base/PlatformPaths.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -26,7 +25,7 @@ std::optional<std::filesystem::path>& storedPath() {
 bool rotationChecked = false;
 
 std::string timestamp() {
-    const std::time_t now = std::chrono::system_clock::to_time_t(Platform::clock().now());
+    const std::time_t now = std::chrono::system_clock::to_time_t(Logger::timeSource());
     std::tm local{};
     tzset(); // the computer's zone may have changed while the agent runs
     localtime_r(&now, &local);

@@ -1,6 +1,6 @@
-#include "core/ConfigReport.h"
+#include "config/ConfigReport.h"
 
-#include "core/Logger.h"
+#include "base/Logger.h"
 
 #include <cctype>
 

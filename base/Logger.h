@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -29,6 +30,11 @@ public:
     // The log file; fixed on first use unless a test or the desktop layer sets it before.
     static const std::filesystem::path& logFilePath();
     static void setLogFilePath(std::filesystem::path path);
+
+    // Where the time stamps come from: the system clock until the platform layer installs its own
+    // clock here, so that a test's virtual time shows in the log.
+    using TimeSource = std::chrono::system_clock::time_point (*)();
+    static inline TimeSource timeSource = [] { return std::chrono::system_clock::now(); };
 
     static inline bool captureEnabled = false;
     static inline std::string capturedLog;

@@ -1,6 +1,6 @@
-#include "platform/ProcessScriptHost.h"
+#include "platform/posix/ProcessScriptHost.h"
 
-#include "core/TextValues.h"
+#include "base/TextValues.h"
 #include "platform/Platform.h"
 
 #include <unistd.h>

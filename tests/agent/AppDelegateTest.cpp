@@ -1,7 +1,7 @@
-#include "core/AppDelegate.h"
-#include "core/Config.h"
+#include "agent/AppDelegate.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
-#include "platform/XdgAutostartLoginItem.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
 #include "tests/support/AgentTest.h"
 
 namespace varnoth::test {
@@ -118,7 +118,7 @@ TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
 TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
     {
         AppDelegate app;
-        app.constructMenu();
+        app.statusMenu().constructMenu();
         EXPECT_EQ(statusItem.titles(),
                   (std::vector<std::string>{"Varnoth Brelvane Agent", "-", "Update Signatures", "-",
                                             "Configure", "-", "View Logs", "-", "About", "-", "Exit"}));
@@ -127,7 +127,7 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
     Config::setShared(nullptr);
     {
         AppDelegate app;
-        app.constructMenu();
+        app.statusMenu().constructMenu();
         EXPECT_EQ(statusItem.titles(), (std::vector<std::string>{"Varnoth Brelvane Agent", "-",
                                                                  "Update Signatures", "-", "About", "-"}));
     }
@@ -135,7 +135,7 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfiguration) {
 
 TEST_F(AppDelegateTest, ViewLogsOpensTheLogAndExitTerminatesSayingExiting) {
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     statusItem.choose("View Logs");
     ASSERT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
@@ -171,7 +171,7 @@ protected:
 TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogetherAndTheChoiceOutlastsARestart) {
     configure("ShowLaunchAtLogon=1\n");
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     EXPECT_TRUE(statusItem.item("Launch Automatically at Login").checked);
     EXPECT_TRUE(std::filesystem::exists(entry()));
 
@@ -180,7 +180,7 @@ TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogetherAndTheChoiceOutl
     EXPECT_FALSE(std::filesystem::exists(entry()));
 
     AppDelegate restarted;
-    restarted.constructMenu();
+    restarted.statusMenu().constructMenu();
     EXPECT_FALSE(statusItem.item("Launch Automatically at Login").checked);
     EXPECT_FALSE(std::filesystem::exists(entry()));
     statusItem.choose("Launch Automatically at Login");
@@ -196,14 +196,14 @@ TEST_F(LaunchAtLoginTest, CheckMarkAndAutostartEntryMoveTogetherAndTheChoiceOutl
 TEST_F(LaunchAtLoginTest, WithoutTheSettingNothingIsInstalledOrRemoved) {
     writeFile(entry(), "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
     AppDelegate app;
-    app.constructMenu();
+    app.statusMenu().constructMenu();
     const auto titles = statusItem.titles();
     EXPECT_EQ(std::count(titles.begin(), titles.end(), "Launch Automatically at Login"), 0);
     EXPECT_TRUE(std::filesystem::exists(entry()));
     std::error_code ignored;
     std::filesystem::remove(entry(), ignored);
     AppDelegate second;
-    second.constructMenu();
+    second.statusMenu().constructMenu();
     EXPECT_FALSE(std::filesystem::exists(entry()));
 }
 

@@ -1,0 +1,133 @@
+#include "agent/StatusMenu.h"
+
+#include "base/Logger.h"
+#include "config/Config.h"
+#include "platform/LoginItem.h"
+#include "platform/Platform.h"
+#include "platform/Window.h"
+
+namespace varnoth {
+
+StatusMenu::StatusMenu(Window* applyWindow, Window* configWindow, std::function<void()> updateSignatures)
+    : applyWindow_(applyWindow), configWindow_(configWindow), updateSignatures_(std::move(updateSignatures)) {
+}
+
+void StatusMenu::setLoading(bool loading) {
+    Logger::log(std::string("Loading in progress: ") + (loading ? "true" : "false"));
+    if (StatusItem* item = Platform::statusItem(); item != nullptr && item->hasButton()) {
+        item->setImage(loading ? "menu_icon_progress" : "menu_icon");
+    }
+}
+
+void StatusMenu::constructMenu() {
+    Config& config = Config::shared();
+    std::vector<MenuItem> menu;
+    auto add = [&menu](std::string title, std::function<void()> action) {
+        menu.push_back(MenuItem{MenuItem::Kind::action, std::move(title), std::move(action), false, false});
+    };
+
+    Logger::log("Constructing menu");
+    menu.push_back(MenuItem{MenuItem::Kind::title, Platform::bundle().name, {}, false, false});
+    menu.push_back(MenuItem::separator());
+    Logger::log("Adding Update Signatures option");
+    add("Update Signatures", [this] { updateSignatures_(); });
+    if (config.ShowLaunchAtLogon()) {
+        Logger::log("Adding Launch Automatically at Login option");
+        shouldLaunchAtLogin_ = Platform::userDefaults().boolean(launchAtLoginKey).value_or(true);
+        applyLaunchAtLogin();
+        launchMenuItem_ = menu.size();
+        add("Launch Automatically at Login", [this] { launchAtLogin(); });
+        menu.back().checkable = true;
+        menu.back().checked = shouldLaunchAtLogin_;
+    }
+    menu.push_back(MenuItem::separator());
+    if (config.ShowConfigurationMenu()) {
+        Logger::log("Adding Configure option");
+        add("Configure", [this] { openConfiguration(); });
+        menu.push_back(MenuItem::separator());
+    }
+    if (config.ShowViewLogMenu()) {
+        Logger::log("Adding View Logs option");
+        add("View Logs", [this] { showLogs(); });
+        menu.push_back(MenuItem::separator());
+    }
+    Logger::log("Adding About option");
+    add("About", [this] { showAbout(); });
+    menu.push_back(MenuItem::separator());
+    if (config.ShowExitMenu()) {
+        Logger::log("Adding Exit option");
+        add("Exit", [this] { exit(); });
+    }
+    if (StatusItem* item = Platform::statusItem()) {
+        item->setMenu(std::move(menu));
+    }
+}
+
+void StatusMenu::openApplyDialog() {
+    Logger::log("Opening apply signatures dialog");
+    showWindow(applyWindow_, applyWindowFirstShow_);
+}
+
+// The check mark must tell what the next login does: the login item follows the flag, and when the
+// desktop refuses the change the flag follows the login item instead. An item already as the flag
+// wants it is left alone.
+void StatusMenu::applyLaunchAtLogin() {
+    LoginItem* item = Platform::loginItem();
+    if (item == nullptr || !Config::shared().ShowLaunchAtLogon() ||
+        item->isInstalled() == shouldLaunchAtLogin_) {
+        return;
+    }
+    const bool done = shouldLaunchAtLogin_ ? item->install() : item->remove();
+    if (done) {
+        Logger::log(shouldLaunchAtLogin_ ? "Login item installed" : "Login item removed");
+    } else {
+        shouldLaunchAtLogin_ = item->isInstalled();
+    }
+}
+
+void StatusMenu::launchAtLogin() {
+    Logger::log("Launch Automatically at Login selected");
+    shouldLaunchAtLogin_ = !shouldLaunchAtLogin_;
+    // The user's choice outlasts the process; the next start begins from it.
+    Platform::userDefaults().setBoolean(launchAtLoginKey, shouldLaunchAtLogin_);
+    applyLaunchAtLogin();
+    if (StatusItem* item = Platform::statusItem(); item != nullptr && launchMenuItem_) {
+        item->setChecked(*launchMenuItem_, shouldLaunchAtLogin_);
+    }
+}
+
+void StatusMenu::showWindow(Window* window, bool& firstShow) {
+    Platform::application().activate();
+    if (window == nullptr) {
+        return;
+    }
+    if (firstShow) {
+        window->center();
+        window->setRestorable(true);
+        firstShow = false;
+    }
+    window->show();
+}
+
+void StatusMenu::openConfiguration() {
+    Logger::log("Configuration menu selected");
+    showWindow(configWindow_, configWindowFirstShow_);
+}
+
+void StatusMenu::showLogs() {
+    Logger::log("View Logs menu selected");
+    Platform::workspace().openFile(Logger::logFilePath());
+}
+
+void StatusMenu::showAbout() {
+    Logger::log("About menu selected");
+    Platform::application().activate();
+    Platform::application().showAbout();
+}
+
+void StatusMenu::exit() {
+    Logger::log("Exit menu selected");
+    Platform::application().terminate();
+}
+
+} // namespace varnoth

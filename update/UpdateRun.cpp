@@ -1,0 +1,213 @@
+#include "update/UpdateRun.h"
+
+#include "base/Logger.h"
+#include "config/Config.h"
+#include "dialogs/ApplyViewController.h"
+#include "outlook/OutlookHandler.h"
+#include "platform/Platform.h"
+#include "server/NetworkService.h"
+
+namespace varnoth {
+
+namespace {
+
+void stopCapturing() {
+    Logger::captureEnabled = false;
+    Logger::capturedLog.clear();
+}
+
+} // namespace
+
+UpdateRun::UpdateRun(bool userInitiated, ApplyViewController* applyController, Delegate& delegate)
+    : userInitiated_(userInitiated), applyController_(applyController), delegate_(delegate) {}
+
+UpdateRun::~UpdateRun() = default;
+
+void UpdateRun::start() {
+    if (userInitiated_) {
+        Logger::log("Update Signatures menu selected");
+    }
+    Logger::captureEnabled = true;
+    Logger::capturedLog.clear();
+    Logger::log("Update signatures started");
+
+    Config& config = Config::shared();
+    if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
+        const std::string message =
+            "Missing SignatureServerAddress configuration. Unable to update signatures.";
+        Logger::log(message);
+        showUpdateFailedAlert(message, userInitiated_);
+        delegate_.updateFinished(false);
+        return;
+    }
+
+    service_ = std::make_shared<NetworkService>();
+    delegate_.setLoading(true);
+    handler_ = std::make_shared<OutlookHandler>();
+
+    if (!config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()) {
+        address_ = config.UserEmailAddress();
+        Logger::log("Using fixed email address: " + address_);
+    } else {
+        address_ = OutlookHandler::defaultAccount.value_or("");
+        Logger::log("Update signatures: using default account: " + address_);
+        Logger::log("Update signatures: Fetching signature");
+    }
+
+    if (address_.empty()) {
+        Logger::log("Error: Update signatures: no email account available");
+        submitDeploymentLog(false);
+        stopCapturing();
+        delegate_.setLoading(false);
+        showUpdateFailedAlert("No email account available", userInitiated_);
+        delegate_.updateFinished(false);
+        return;
+    }
+
+    // The completion refers to the run, which owns the service, so the completion the service stores
+    // does not keep its own service alive.
+    service_->getSignatures(
+        address_, [this](std::optional<SignatureDescriptor> outcome) { handleSignatures(outcome); });
+}
+
+void UpdateRun::handleSignatures(const std::optional<SignatureDescriptor>& outcome) {
+    if (!outcome) {
+        Logger::log("Error Update signatures: Fetching signature failed");
+        submitDeploymentLog(false);
+        stopCapturing();
+        showUpdateFailedAlert("Fetching signature failed", userInitiated_);
+        delegate_.setLoading(false);
+        delegate_.updateFinished(false);
+        return;
+    }
+    Logger::log("Update signatures: Fetching signature succeeded");
+    if (outcome->noSetting) {
+        stopCapturing();
+        delegate_.setLoading(false);
+        showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + address_ + ".",
+                              userInitiated_);
+        delegate_.updateFinished(false);
+        return;
+    }
+    if (applyController_ != nullptr) {
+        applyController_->signature = *outcome;
+        applyController_->updateMessage();
+    }
+
+    bool defaultChanged = false;
+    bool allSucceeded = true;
+    applySignatures(*outcome, *handler_, defaultChanged, allSucceeded);
+
+    if (allSucceeded) {
+        if (userInitiated_ || defaultChanged) {
+            Logger::log("Update signatures: Create signatures succeeded");
+            delegate_.openApplyDialog();
+        }
+    } else {
+        showUpdateFailedAlert("Signature creation failed", userInitiated_);
+    }
+    submitDeploymentLog(allSucceeded);
+    stopCapturing();
+    delegate_.setLoading(false);
+    delegate_.updateFinished(allSucceeded);
+}
+
+namespace {
+
+// What differs between the default signature for new messages and the one for replies and forwards.
+struct DefaultSignatureSteps {
+    const char* changeLine;
+    const char* clearLine;
+    const char* keepLine;
+    bool (OutlookHandler::*needsUpdate)(const std::string&);
+    bool (OutlookHandler::*create)(const std::string&);
+    void (OutlookHandler::*remove)();
+};
+
+const DefaultSignatureSteps newDefaultSteps{"Default new email signature will be updated if needed",
+                                            "Default new email signature: <None>",
+                                            "Default new email signature: <Do Not Change>",
+                                            &OutlookHandler::defaultNewSignatureNeedsUpdate,
+                                            &OutlookHandler::createDefaultNewSignature,
+                                            &OutlookHandler::deleteDefaultNewSignature};
+
+const DefaultSignatureSteps replyDefaultSteps{
+    "Default reply forward email signature will be updated if needed",
+    "Default reply forward email signature: <None>",
+    "Default reply forward email signature: <Do Not Change>",
+    &OutlookHandler::defaultReplySignatureNeedsUpdate,
+    &OutlookHandler::createDefaultReplySignature,
+    &OutlookHandler::deleteDefaultReplySignature};
+
+void applyDefaultSignature(SignatureAction action, const std::optional<std::string>& content,
+                           const DefaultSignatureSteps& steps, OutlookHandler& outlook, bool& defaultChanged,
+                           bool& allSucceeded) {
+    switch (action) {
+    case SignatureAction::change:
+        Logger::log(steps.changeLine);
+        if (content && !content->empty() && (outlook.*steps.needsUpdate)(*content)) {
+            allSucceeded = (outlook.*steps.create)(*content) && allSucceeded;
+            defaultChanged = true;
+        }
+        break;
+    case SignatureAction::clear:
+        Logger::log(steps.clearLine);
+        (outlook.*steps.remove)();
+        break;
+    case SignatureAction::dontchange:
+        Logger::log(steps.keepLine);
+        break;
+    case SignatureAction::undefined:
+        break;
+    }
+}
+
+} // namespace
+
+void UpdateRun::applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook,
+                                bool& defaultChanged, bool& allSucceeded) {
+    if (descriptor.removeOtherSignatures) {
+        outlook.deleteSignatures();
+    }
+
+    applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps,
+                          outlook, defaultChanged, allSucceeded);
+    applyDefaultSignature(descriptor.replySignatureAction, descriptor.replySignature, replyDefaultSteps,
+                          outlook, defaultChanged, allSucceeded);
+
+    // Signatures the last run installed and the server no longer lists are removed; a list holding
+    // anything but names is not trusted as a whole.
+    UserDefaults& defaults = Platform::userDefaults();
+    if (auto previous = defaults.stringArray("additionalSignatures")) {
+        for (const auto& name : *previous) {
+            if (descriptor.additionalSignatures.count(name) == 0) {
+                outlook.deleteSignature(name);
+            }
+        }
+    }
+    std::vector<std::string> installed;
+    for (const auto& [name, content] : descriptor.additionalSignatures) {
+        if (outlook.createSignature(name, content)) {
+            installed.push_back(name);
+        } else {
+            allSucceeded = false;
+        }
+    }
+    defaults.setStringArray("additionalSignatures", installed);
+}
+
+void UpdateRun::submitDeploymentLog(bool success) {
+    if (!service_) {
+        return;
+    }
+    service_->submitDeploymentLog(success, Logger::capturedLog);
+}
+
+void UpdateRun::showUpdateFailedAlert(const std::string& message, bool userInitiated) {
+    if (Config::shared().SuppressErrorMessages() && !userInitiated) {
+        return;
+    }
+    Platform::alerts().showModal("Update signatures failed", message, "OK");
+}
+
+} // namespace varnoth
