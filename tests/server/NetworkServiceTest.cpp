@@ -56,10 +56,9 @@ protected:
         Platform::install(ports);
     }
 
-    void useServer(int port, const std::string& host = "127.0.0.1", const std::string& extra = "") {
+    void useServer(int port, const std::string& host = "127.0.0.1") {
         writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
-                  "SignatureServerAddress=" + host + "\nSignatureServerPort=" + std::to_string(port) + "\n" +
-                      extra);
+                  "SignatureServerAddress=" + host + "\nSignatureServerPort=" + std::to_string(port) + "\n");
         Config::setShared(nullptr);
         Config::shared();
         clearLog();
@@ -114,7 +113,6 @@ TEST_F(NetworkServiceTest, QueryGoesOutAsExactBytesAndItsAnswerIsReadOneSecondLa
     const auto requests = ServerProcess::waitForFiles(server->recordFolder(), 1);
     ASSERT_EQ(requests.size(), 1u);
     const std::string bytes = readWholeFile(requests[0]);
-    EXPECT_EQ(bytes.substr(0, 8), std::string("\x23\x00\x23\x00\x21\x00\x21\x00", 8));
     EXPECT_EQ(
         bytes,
         utf16::encode("##!! DATA BLOCK START !!##<?xml version=\"1.0\" encoding=\"utf-16\"?><Request "
@@ -150,21 +148,6 @@ TEST_F(NetworkServiceTest, AnswerInManyChunksCutAtOddOffsetsOrArrivingLateIsRead
     }
 }
 
-TEST_F(NetworkServiceTest, MarkersAnywhereAreAllRemovedAndEveryUtf16DeclarationIsRewritten) {
-    auto server = startServer(
-        {},
-        "junk##!! DATA BLOCK START !!##<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>I"
-        "##!! DATA BLOCK END !!##D</Identifier><DeploymentData><DefaultSignature>1</DefaultSignature>"
-        "<ReplyForwardSignature>##!! DATA BLOCK START !!##2</ReplyForwardSignature><Templates><Template><Id>1"
-        "</Id><Name>N</Name><HTML>&lt;meta encoding=\"utf-16\"&gt;</HTML></Template></Templates>"
-        "</DeploymentData></Response>##!! DATA BLOCK END !!##");
-    exchange();
-    ASSERT_TRUE(result);
-    EXPECT_EQ(service.deployIdentifier, "ID");
-    EXPECT_EQ(result->defaultSignature, "<meta encoding=\"utf-8\">");
-    EXPECT_EQ(result->replySignatureAction, SignatureAction::change);
-}
-
 // --- failed exchanges: each ends with its line and a completion without a descriptor
 
 TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
@@ -183,12 +166,6 @@ TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
     EXPECT_EQ(completions, 1);
     ASSERT_EQ(logLines().size(), 1u);
     EXPECT_EQ(logLines()[0].rfind("Failed to connect to host: host.invalid error: ", 0), 0u) << logLines()[0];
-
-    // Discovery is switched on but finds nothing (no directory here): the configured (empty) address is used.
-    useServer(5757, "", "SignatureServerAutodetect=1\n");
-    exchange();
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(logLines().back().rfind("Failed to connect to host:  error: ", 0), 0u) << logLines().back();
 }
 
 TEST_F(NetworkServiceTest, ConnectThatGetsNoAnswerTimesOut) {
