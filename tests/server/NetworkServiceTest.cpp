@@ -20,13 +20,7 @@ using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 using Switches = std::vector<std::string>;
 using LineMatchers = std::vector<testing::Matcher<std::string>>;
-using testing::AllOf;
-using testing::AnyOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::EndsWith;
-using testing::StartsWith;
+using namespace testing;
 
 // Wall time that a test may fix, with real monotonic time for the read and connect bounds (socket
 // reads take real time, which the virtual main queue does not see).
