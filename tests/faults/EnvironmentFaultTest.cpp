@@ -8,15 +8,10 @@ namespace {
 
 // The log file or the configuration fail while the signature server is fine (a failing directory
 // is played by DiscoveryTest: the run falls back to the configured address).
-class EnvironmentFaultTest : public RunTest {
-protected:
-    void SetUp() override {
-        RunTest::SetUp();
-        startFromGoodRun();
-    }
-};
+class EnvironmentFaultTest : public RunTest {};
 
 TEST_F(EnvironmentFaultTest, LogFolderUnwritable) {
+    startFromGoodRun();
     // Tests run as root, for whom permissions do not stop a write: a file where the folder should be
     // does.
     const auto saved = Logger::logFilePath();
@@ -39,6 +34,7 @@ TEST_F(EnvironmentFaultTest, LogFolderUnwritable) {
 }
 
 TEST_F(EnvironmentFaultTest, ConfigurationUnreadable) {
+    startFromGoodRun();
     const auto file = userConfigFolder() / "Varnoth Brelvane Agent.txt";
     std::filesystem::remove(file);
     std::filesystem::create_directories(file); // exists, but no file can be read there, even by root

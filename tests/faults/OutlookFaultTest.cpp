@@ -62,7 +62,6 @@ protected:
         return done;
     }
     std::unique_ptr<ServerProcess> next;
-    std::unique_ptr<ProcessScriptHost> faultyScripts;
 };
 
 TEST_P(OutlookFaultTest, RunFailsKeepsWholeSignaturesAndTheNextRunInstallsEverything) {
@@ -77,9 +76,9 @@ TEST_P(OutlookFaultTest, RunFailsKeepsWholeSignaturesAndTheNextRunInstallsEveryt
     if (fault.immutableStore && !setImmutable(true)) {
         GTEST_SKIP() << "the file system has no immutable flag";
     }
-    faultyScripts = std::make_unique<ProcessScriptHost>(fault.limit);
+    ProcessScriptHost faultyScripts(fault.limit);
     Platform::Ports ports = Platform::ports();
-    ports.scriptHost = faultyScripts.get();
+    ports.scriptHost = &faultyScripts;
     ports.bundle.resourcesFolder =
         fault.immutableStore ? std::filesystem::path(VARNOTH_TEST_RESOURCES) : folder;
     Platform::install(ports);

@@ -8,7 +8,6 @@
 #include "config/Config.h"
 #include "platform/Platform.h"
 
-#include <cstdlib>
 #include <ctime>
 #include <gmock/gmock.h>
 #include <thread>
@@ -20,13 +19,7 @@ using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 using Switches = std::vector<std::string>;
 using LineMatchers = std::vector<testing::Matcher<std::string>>;
-using testing::AllOf;
-using testing::AnyOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::EndsWith;
-using testing::StartsWith;
+using namespace testing;
 
 // Wall time that a test may fix, with real monotonic time for the read and connect bounds (socket
 // reads take real time, which the virtual main queue does not see).
@@ -56,10 +49,9 @@ protected:
         Platform::install(ports);
     }
 
-    void useServer(int port, const std::string& host = "127.0.0.1", const std::string& extra = "") {
+    void useServer(int port, const std::string& host = "127.0.0.1") {
         writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
-                  "SignatureServerAddress=" + host + "\nSignatureServerPort=" + std::to_string(port) + "\n" +
-                      extra);
+                  "SignatureServerAddress=" + host + "\nSignatureServerPort=" + std::to_string(port) + "\n");
         Config::setShared(nullptr);
         Config::shared();
         clearLog();
@@ -114,7 +106,6 @@ TEST_F(NetworkServiceTest, QueryGoesOutAsExactBytesAndItsAnswerIsReadOneSecondLa
     const auto requests = ServerProcess::waitForFiles(server->recordFolder(), 1);
     ASSERT_EQ(requests.size(), 1u);
     const std::string bytes = readWholeFile(requests[0]);
-    EXPECT_EQ(bytes.substr(0, 8), std::string("\x23\x00\x23\x00\x21\x00\x21\x00", 8));
     EXPECT_EQ(
         bytes,
         utf16::encode("##!! DATA BLOCK START !!##<?xml version=\"1.0\" encoding=\"utf-16\"?><Request "
@@ -150,21 +141,6 @@ TEST_F(NetworkServiceTest, AnswerInManyChunksCutAtOddOffsetsOrArrivingLateIsRead
     }
 }
 
-TEST_F(NetworkServiceTest, MarkersAnywhereAreAllRemovedAndEveryUtf16DeclarationIsRewritten) {
-    auto server = startServer(
-        {},
-        "junk##!! DATA BLOCK START !!##<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>I"
-        "##!! DATA BLOCK END !!##D</Identifier><DeploymentData><DefaultSignature>1</DefaultSignature>"
-        "<ReplyForwardSignature>##!! DATA BLOCK START !!##2</ReplyForwardSignature><Templates><Template><Id>1"
-        "</Id><Name>N</Name><HTML>&lt;meta encoding=\"utf-16\"&gt;</HTML></Template></Templates>"
-        "</DeploymentData></Response>##!! DATA BLOCK END !!##");
-    exchange();
-    ASSERT_TRUE(result);
-    EXPECT_EQ(service.deployIdentifier, "ID");
-    EXPECT_EQ(result->defaultSignature, "<meta encoding=\"utf-8\">");
-    EXPECT_EQ(result->replySignatureAction, SignatureAction::change);
-}
-
 // --- failed exchanges: each ends with its line and a completion without a descriptor
 
 TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
@@ -183,12 +159,6 @@ TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
     EXPECT_EQ(completions, 1);
     ASSERT_EQ(logLines().size(), 1u);
     EXPECT_EQ(logLines()[0].rfind("Failed to connect to host: host.invalid error: ", 0), 0u) << logLines()[0];
-
-    // Discovery is switched on but finds nothing (no directory here): the configured (empty) address is used.
-    useServer(5757, "", "SignatureServerAutodetect=1\n");
-    exchange();
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(logLines().back().rfind("Failed to connect to host:  error: ", 0), 0u) << logLines().back();
 }
 
 TEST_F(NetworkServiceTest, ConnectThatGetsNoAnswerTimesOut) {
@@ -303,25 +273,6 @@ TEST_F(NetworkServiceTest, StepsOfADroppedServiceDoNothing) {
 
 // --- the deployment log
 
-struct TimeZone {
-    explicit TimeZone(const char* zone) : saved(std::getenv("TZ") ? std::getenv("TZ") : "") {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~TimeZone() {
-        saved.empty() ? unsetenv("TZ") : setenv("TZ", saved.c_str(), 1);
-        tzset();
-    }
-    std::string saved;
-};
-
-TEST(DeploymentTimesTest, LocalTimeFollowsAZoneChangedWhileTheAgentRuns) {
-    TimeZone zone("XXX-2");
-    setenv("TZ", "YYY+5", 1); // the computer moved; nobody told the C library
-    EXPECT_EQ(deploymentTimes(std::chrono::system_clock::from_time_t(1784064600)).local,
-              "2026-07-14T16:30:00");
-}
-
 TEST_F(NetworkServiceTest, DeploymentLogGoesToTheSameServerByteForByte) {
     auto server = startServer();
     exchange();
@@ -351,6 +302,9 @@ TEST_F(NetworkServiceTest, DeploymentLogGoesToTheSameServerByteForByte) {
     const auto requests = ServerProcess::waitForFiles(server->recordFolder(), 2);
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(readWholeFile(requests[1]), utf16::encode(expected));
+    // The computer moved; nobody told the C library.
+    setEnvironment("TZ", "YYY+5");
+    EXPECT_EQ(deploymentTimes(*clock.wall).local, "2026-07-14T16:30:00");
 
     // A service that never queried sends to the configured server. Without identifier and deployment
     // information the body starts with the executable's name; missing versions leave the dot.

@@ -6,6 +6,8 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <numeric>
+
 namespace varnoth::test {
 namespace {
 
@@ -14,11 +16,7 @@ using signatureserver::ServerOptions;
 using signatureserver::SignatureServer;
 
 std::string joined(const SignatureServer::Reply& reply) {
-    std::string bytes;
-    for (const auto& write : reply.writes) {
-        bytes += write;
-    }
-    return bytes;
+    return std::accumulate(reply.writes.begin(), reply.writes.end(), std::string());
 }
 
 class SignatureServerTest : public AgentTest {
