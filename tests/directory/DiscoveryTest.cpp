@@ -79,7 +79,6 @@ TEST_F(DiscoveryTest, AnonymousLookupFindsTheServiceConnectionPoint) {
     EXPECT_EQ(service.getServiceDNSName(), std::nullopt) << "no naming context yet";
     EXPECT_EQ(linesContaining("LDAP"), 0u) << "nothing to log without a naming context";
     service.getDefaultNamingContext();
-    EXPECT_EQ(service.defaultNamingContext, SlapdServer::baseDN);
     EXPECT_EQ(service.getServiceDNSName(), discoveredHost);
     EXPECT_TRUE(logged("defaultNamingContext found on LDAP: dc=example,dc=com"));
     EXPECT_TRUE(logged("serviceDNSName found on LDAP: signatures.example.test"));
@@ -87,16 +86,16 @@ TEST_F(DiscoveryTest, AnonymousLookupFindsTheServiceConnectionPoint) {
     EXPECT_EQ(chosenHost(), discoveredHost);
 }
 
-TEST_F(DiscoveryTest, ConfiguredAccountBindsAndItsPasswordIsNeverLogged) {
-    const auto url = startDirectory({.anonymousRead = false, .entries = signaturesEntry}).url();
+TEST_F(DiscoveryTest, ConfiguredAccountBindsItsPasswordIsNeverLoggedAndNoDirectoryFallsBack) {
+    auto& directory = startDirectory({.anonymousRead = false, .entries = signaturesEntry});
 
     // Without the account the tree below the root entry is hidden.
-    configure(url);
+    configure(directory.url());
     EXPECT_EQ(chosenHost(), configuredAddress);
-    configure(url, SlapdServer::bindDN, SlapdServer::bindPassword);
+    configure(directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
     Config::shared().logSettings();
     EXPECT_EQ(chosenHost(), discoveredHost);
-    configure(url, SlapdServer::bindDN, wrongPassword);
+    configure(directory.url(), SlapdServer::bindDN, wrongPassword);
     EXPECT_EQ(chosenHost(), configuredAddress);
     EXPECT_TRUE(logged(
         "Error: Failed to get defaultNamingContext from LDAP server: message(\"Invalid credentials\")"));
@@ -106,10 +105,8 @@ TEST_F(DiscoveryTest, ConfiguredAccountBindsAndItsPasswordIsNeverLogged) {
     EXPECT_EQ(linesContaining("Warning: the directory password travels unencrypted over ldap://"), 2u);
     expectNeverLogged(SlapdServer::bindPassword);
     expectNeverLogged(wrongPassword);
-}
 
-TEST_F(DiscoveryTest, DirectoryDownOrUnsetFallsBackToTheConfiguredAddress) {
-    auto& directory = startDirectory({.entries = signaturesEntry});
+    clearLog();
     configure(directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
     directory.stop();
     EXPECT_EQ(chosenHost(), configuredAddress);

@@ -40,7 +40,6 @@ protected:
 
 TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
     XdgAutostartLoginItem item;
-    EXPECT_EQ(XdgAutostartLoginItem::entryPath(), autostartEntry());
     EXPECT_FALSE(item.isInstalled());
     EXPECT_TRUE(item.remove()); // nothing there is no failure
 
@@ -99,10 +98,10 @@ TEST_F(LoginItemTest, FailuresAreLoggedNotThrown) {
     EXPECT_FALSE(LaunchdLoginItem(control).install());
     const Lines lines = logLines();
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].rfind("Error: couldn't write the login item " + autostartEntry().string() + ": ", 0),
-              0U)
+    EXPECT_TRUE(
+        lines[0].starts_with("Error: couldn't write the login item " + autostartEntry().string() + ": "))
         << lines[0];
-    EXPECT_EQ(lines[1].rfind("Error: couldn't write the login item com.varnoth.brelvane-agent: ", 0), 0U)
+    EXPECT_TRUE(lines[1].starts_with("Error: couldn't write the login item com.varnoth.brelvane-agent: "))
         << lines[1];
 
     clearLog();

@@ -28,23 +28,17 @@ template <typename T> Kind decodingFailure(const std::string& body) {
 
 TEST(StartCalendarIntervalTest, SettersClampConstructionAndDecodingKeepValues) {
     StartCalendarInterval interval;
-    const auto day = [&](std::optional<std::int64_t> value) {
-        return interval.setDay(value), interval.day();
-    };
-    const auto hour = [&](std::optional<std::int64_t> value) {
-        return interval.setHour(value), interval.hour();
-    };
-    const auto minute = [&](std::optional<std::int64_t> value) {
-        return interval.setMinute(value), interval.minute();
-    };
-    EXPECT_EQ(day(0), 1);
-    EXPECT_EQ(day(40), 31);
-    EXPECT_EQ(day(31), 31);
-    EXPECT_EQ(hour(24), 23);
-    EXPECT_EQ(hour(-1), 0);
-    EXPECT_EQ(minute(60), 59);
-    EXPECT_EQ(minute(std::numeric_limits<std::int64_t>::min()), 0);
-    EXPECT_EQ(minute(std::nullopt), std::nullopt);
+    interval.setDay(0);
+    interval.setHour(24);
+    interval.setMinute(60);
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 1, 23, 59));
+    interval.setDay(40);
+    interval.setHour(-1);
+    interval.setMinute(std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, 0));
+    interval.setDay(31);
+    interval.setMinute(std::nullopt);
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, std::nullopt));
 
     const StartCalendarInterval constructed(std::nullopt, std::nullopt, 40, 99, -3);
     EXPECT_EQ(constructed.day(), 40);
@@ -97,6 +91,13 @@ TEST(NestedRecordsTest, MachServiceInetdAndResourceLimitsCoding) {
     EXPECT_EQ(PropertyListDecoder().decode<ResourceLimits>(xml), all);
     EXPECT_EQ(rootKeys(encodedXml(ResourceLimits(std::nullopt, 0))), Keys{"Core"});
     EXPECT_EQ(decodingFailure<ResourceLimits>("<key>Core</key><false/>"), Kind::typeMismatch);
+    for (const auto& [type, raw] : {std::pair(ProcessType::standard, "Standard"),
+                                    {ProcessType::background, "Background"},
+                                    {ProcessType::adaptive, "Adaptive"},
+                                    {ProcessType::interactive, "Interactive"}}) {
+        EXPECT_EQ(rawValue(type), raw);
+        EXPECT_EQ(processTypeFromRawValue(raw), type);
+    }
 }
 
 TEST(PermissionBitsTest, DescriptionAndSetOperationsReportWhatChanged) {

@@ -66,37 +66,30 @@ TEST_F(ObjcBridgeTest, MissingClassFailsEveryOperationWithItsLogLine) {
 TEST_F(ObjcBridgeTest, EachOperationSendsItsSelectorWithItsArgumentsToAFreshObject) {
     host->loadScripts();
     using Call = std::function<std::optional<std::string>(AppleScriptProtocol&)>;
-    const auto sent = [](bool delivered) {
-        return delivered ? std::optional<std::string>("") : std::nullopt;
-    };
     const std::string name = "Grüße \"Ö\"", account = "user@example.com";
+// Operations without a result report only delivery: "" stands for delivered.
+#define SENT(call) [&](auto& s) { return s.call ? std::optional<std::string>("") : std::nullopt; }
     const std::vector<std::pair<Call, std::string>> table = {
         {[](auto& s) { return s.getDefaultAccount(); }, "getDefaultAccount"},
         {[&](auto& s) { return s.getSignature(name); }, "getSignature: " + name},
-        {[&](auto& s) { return sent(s.applySignaturesFor(account)); }, "applySignaturesFor: " + account},
-        {[&](auto& s) { return sent(s.applyDefaultNewSignatureFor(account)); },
-         "applyDefaultNewSignatureFor: " + account},
-        {[&](auto& s) { return sent(s.applyDefaultReplySignatureFor(account)); },
-         "applyDefaultReplySignatureFor: " + account},
-        {[&](auto& s) { return sent(s.applyNoneSignaturesFor(account)); },
-         "applyNoneSignaturesFor: " + account},
-        {[&](auto& s) { return sent(s.applyNoneDefaultNewSignatureFor(account)); },
-         "applyNoneDefaultNewSignatureFor: " + account},
-        {[&](auto& s) { return sent(s.applyNoneDefaultReplySignatureFor(account)); },
-         "applyNoneDefaultReplySignatureFor: " + account},
-        {[&](auto& s) { return sent(s.deleteSignatures()); }, "deleteSignatures"},
-        {[&](auto& s) { return sent(s.deleteSignature(name)); }, "deleteSignature: " + name},
-        {[&](auto& s) { return sent(s.createSignature(name, "<p>\n</p>")); },
-         "createSignature:content: " + name + " <p>\n</p>"},
+        {SENT(applySignaturesFor(account)), "applySignaturesFor: " + account},
+        {SENT(applyDefaultNewSignatureFor(account)), "applyDefaultNewSignatureFor: " + account},
+        {SENT(applyDefaultReplySignatureFor(account)), "applyDefaultReplySignatureFor: " + account},
+        {SENT(applyNoneSignaturesFor(account)), "applyNoneSignaturesFor: " + account},
+        {SENT(applyNoneDefaultNewSignatureFor(account)), "applyNoneDefaultNewSignatureFor: " + account},
+        {SENT(applyNoneDefaultReplySignatureFor(account)), "applyNoneDefaultReplySignatureFor: " + account},
+        {SENT(deleteSignatures()), "deleteSignatures"},
+        {SENT(deleteSignature(name)), "deleteSignature: " + name},
+        {SENT(createSignature(name, "<p>\n</p>")), "createSignature:content: " + name + " <p>\n</p>"},
         {[](auto& s) { return s.getVersion(); }, "getVersion"},
     };
+#undef SENT
     for (const auto& [call, line] : table) {
         std::optional<std::string> answer;
         {
             AppleScriptProtocol script(host->makeObject(AppleScriptProtocol::className));
             answer = call(script);
         }
-        // Handlers without a result answer nothing, which the operations read as delivered.
         EXPECT_EQ(answer, line.rfind("get", 0) == 0 ? line : "") << line;
         EXPECT_EQ(record(), line + "\nreleased after 1");
     }

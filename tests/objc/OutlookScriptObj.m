@@ -34,42 +34,28 @@ static NSMutableArray* record;
     [record addObject:[NSString stringWithFormat:@"released after %u", messages_]];
     [super dealloc];
 }
-- (id)getDefaultAccount {
-    return [self answer:_cmd with:nil];
-}
-- (id)getSignature:(id)name {
-    return [self answer:_cmd with:[NSArray arrayWithObject:name]];
-}
-- (void)applySignaturesFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)applyDefaultNewSignatureFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)applyDefaultReplySignatureFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)applyNoneSignaturesFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)applyNoneDefaultNewSignatureFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)applyNoneDefaultReplySignatureFor:(id)account {
-    [self answer:_cmd with:[NSArray arrayWithObject:account]];
-}
-- (void)deleteSignatures {
-    [self answer:_cmd with:nil];
-}
-- (void)deleteSignature:(id)name {
-    [self answer:_cmd with:[NSArray arrayWithObject:name]];
-}
-- (void)createSignature:(id)name content:(id)content {
-    [self answer:_cmd with:[NSArray arrayWithObjects:name, content, nil]];
-}
-- (id)getVersion {
-    return [self answer:_cmd with:nil];
-}
+// A handler with a result answers its line; one without only records it.
+#define ANSWERS(signature, arguments)                                                                        \
+    -(id)signature {                                                                                         \
+        return [self answer:_cmd with:arguments];                                                            \
+    }
+#define RECORDS(signature, arguments)                                                                        \
+    -(void)signature {                                                                                       \
+        [self answer:_cmd with:arguments];                                                                   \
+    }
+#define ONE(argument) [NSArray arrayWithObject:argument]
+ANSWERS(getDefaultAccount, nil)
+ANSWERS(getSignature : (id)name, ONE(name))
+RECORDS(applySignaturesFor : (id)account, ONE(account))
+RECORDS(applyDefaultNewSignatureFor : (id)account, ONE(account))
+RECORDS(applyDefaultReplySignatureFor : (id)account, ONE(account))
+RECORDS(applyNoneSignaturesFor : (id)account, ONE(account))
+RECORDS(applyNoneDefaultNewSignatureFor : (id)account, ONE(account))
+RECORDS(applyNoneDefaultReplySignatureFor : (id)account, ONE(account))
+RECORDS(deleteSignatures, nil)
+RECORDS(deleteSignature : (id)name, ONE(name))
+RECORDS(createSignature : (id)name content : (id)content, ([NSArray arrayWithObjects:name, content, nil]))
+ANSWERS(getVersion, nil)
 @end
 
 @interface ScriptRecord : NSObject
