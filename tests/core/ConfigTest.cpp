@@ -1,5 +1,4 @@
 #include "core/Config.h"
-#include "platform/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 
 #include <sstream>
@@ -111,31 +110,22 @@ TEST_F(ConfigTest, PropertyListGivesEveryKeyWithItsTypeAndWrongTypesGiveTheirDef
     }
 }
 
-TEST_F(ConfigTest, BinaryPropertyListFromAnIndependentWriter) {
-    std::filesystem::create_directories(systemConfigFolder());
-    auto result = PosixProcessLauncher().run(
-        {"/usr/bin/python3",
-         {"-c",
-          "import plistlib,sys\n"
-          "d={'SignatureServerAddress':'bin.example.com','SignatureServerPort':7000,"
-          "'UpdateFrequency':'45m','ShowExitMenu':False}\n"
-          "open(sys.argv[1],'wb').write(plistlib.dumps(d,fmt=plistlib.FMT_BINARY))",
-          plistPath().string()},
-         {},
-         std::chrono::seconds(30),
-         {}});
-    ASSERT_TRUE(result.succeeded()) << result.error << result.errorOutput;
-    EXPECT_EQ(values(), "45 11001001 bin.example.com:7000 mail= ldap=||");
-}
-
+// The user's file is read whole, past a byte-order mark (as Windows writes) and a long line.
 TEST_F(ConfigTest, SearchOrderIsSystemPlistThenSystemTextThenUserText) {
-    writeFile(userTextPath(),
-              "\xEF\xBB\xBFSignatureServerAddress=user\n"); // a byte-order mark, as Windows writes
+    writeFile(userTextPath(), "\xEF\xBB\xBFSignatureServerAddress=user\n" +
+                                  std::string(10 * 1024 * 1024, 'x') + "\nSignatureServerPort=6100\n");
     EXPECT_EQ(load().SignatureServerAddress(), "user");
+    EXPECT_EQ(load().SignatureServerPort(), 6100);
     Config::setShared(nullptr);
     writeFile(systemTextPath(), "SignatureServerAddress=system\n");
     EXPECT_EQ(load().SignatureServerAddress(), "system");
     EXPECT_EQ(load().usedFile(), systemTextPath());
+    // Text that is not UTF-8 cannot be read (a folder in the file's place: EnvironmentFaultTest).
+    Config::setShared(nullptr);
+    std::filesystem::remove(systemTextPath());
+    writeFile(userTextPath(), "SignatureServerAddress=\xFF\xFE invalid\n");
+    EXPECT_EQ(load().SignatureServerAddress(), "");
+    EXPECT_EQ(logLines().back(), "Error: couldn't read config file, possibly no permission");
 }
 
 TEST_F(ConfigTest, UnusablePropertyListsGiveDefaultsAndTheirLogLine) {
@@ -155,21 +145,6 @@ TEST_F(ConfigTest, UnusablePropertyListsGiveDefaultsAndTheirLogLine) {
                                      "because it isn\u2019t in the correct format.");
         EXPECT_NE(printed.find("Error reading plist configuration"), std::string::npos);
     }
-}
-
-TEST_F(ConfigTest, UnreadableTextFilesGiveDefaultsAndTheirLogLine) {
-    writeFile(userTextPath(), "SignatureServerAddress=\xFF\xFE invalid\n");
-    EXPECT_EQ(load().SignatureServerAddress(), "");
-    EXPECT_EQ(logLines().back(), "Error: couldn't read config file, possibly no permission");
-
-    // A folder where the file should be: EnvironmentFaultTest.ConfigurationUnreadable.
-}
-
-TEST_F(ConfigTest, LargeTextFileIsReadWhole) {
-    std::string content(10 * 1024 * 1024, 'x');
-    content += "\nSignatureServerPort=6100\n";
-    writeFile(userTextPath(), content);
-    EXPECT_EQ(load().SignatureServerPort(), 6100);
 }
 
 TEST_F(ConfigTest, SettingsEntryIsElevenLinesWithoutDirectorySettings) {
