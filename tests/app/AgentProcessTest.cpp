@@ -18,13 +18,17 @@ using namespace std::chrono_literals;
 // The real varnoth-agent as a user starts it: a temporary HOME, no display.
 class AgentProcessTest : public AgentTest {
 protected:
-    // Starts the tray agent and waits until the log holds the line, or ten seconds pass.
-    pid_t startUntil(const std::string& line) {
+    // Starts the command (the tray agent by default) and waits until the log holds the line, or ten
+    // seconds pass.
+    pid_t startUntil(const std::string& line, std::vector<std::string> command = {VARNOTH_AGENT}) {
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
-        char program[] = VARNOTH_AGENT;
-        char* argv[] = {program, nullptr};
+        std::vector<char*> argv;
+        for (auto& word : command) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
         pid_t pid = 0;
-        if (posix_spawn(&pid, program, nullptr, nullptr, argv, environ) != 0) {
+        if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
             return -1;
         }
         for (int i = 0; i < 200 && logText().find(line) == std::string::npos; ++i) {
@@ -37,6 +41,9 @@ protected:
         int status = 0;
         waitpid(pid, &status, 0);
         return status;
+    }
+    static ProcessLauncher::Result run(std::vector<std::string> arguments) {
+        return PosixProcessLauncher().run({VARNOTH_AGENT, std::move(arguments), {}, 30s, {}});
     }
 };
 
@@ -70,31 +77,28 @@ TEST_F(AgentProcessTest, ASecondTrayAgentOfTheUserExitsAndLeavesTheFirstRunning)
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
     const pid_t first = startUntil("Starting app engine");
     ASSERT_GT(first, 0);
-    const auto second = PosixProcessLauncher().run({VARNOTH_AGENT, {}, {}, 10s, {}});
+    const auto second = run({});
     EXPECT_EQ(second.exitCode, 0);
     EXPECT_NE(second.errorOutput.find("Another instance of the agent is already running\n"),
               std::string::npos);
     const std::string text = logText();
     EXPECT_EQ(text.find("Starting app engine"), text.rfind("Starting app engine")); // one engine, one log
     // A single run and the configuration report are not blocked by the running agent.
-    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--once"}, {}, 30s, {}}).exitCode, 1);
-    EXPECT_EQ(PosixProcessLauncher().run({VARNOTH_AGENT, {"--print-config"}, {}, 30s, {}}).exitCode, 0);
+    EXPECT_EQ(run({"--once"}).exitCode, 1);
+    EXPECT_EQ(run({"--print-config"}).exitCode, 0);
     EXPECT_EQ(kill(first, 0), 0);
     stop(first);
 }
 
 TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) {
-    ProcessLauncher::Result result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--once"}, {}, 30s, {}});
-    EXPECT_TRUE(result.started);
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.errorOutput.find("Missing SignatureServerAddress configuration"), std::string::npos);
+    const auto once = run({"--once"});
+    EXPECT_TRUE(once.started);
+    EXPECT_EQ(once.exitCode, 1);
+    EXPECT_NE(once.errorOutput.find("Missing SignatureServerAddress configuration"), std::string::npos);
     EXPECT_EQ(logLines().back(),
               "Missing SignatureServerAddress configuration. Unable to update signatures.");
-
-    result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--version"}, {}, 30s, {}});
-    EXPECT_EQ(result.output, "Varnoth Brelvane Agent 1.0.0.1\n");
-    result = PosixProcessLauncher().run({VARNOTH_AGENT, {"--bogus"}, {}, 30s, {}});
-    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(run({"--version"}).output, "Varnoth Brelvane Agent 1.0.0.1\n");
+    EXPECT_EQ(run({"--bogus"}).exitCode, 2);
 }
 
 TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) {
@@ -103,23 +107,13 @@ TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) 
     writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
               "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(silent.port()) +
                   "\nUserEmailAddress=anna@example.com\n");
-    setenv("DISPLAY", ":97", 1); // names a display that is not there
-    unsetenv("QT_QPA_PLATFORM");
-    char program[] = VARNOTH_AGENT;
-    char once[] = "--once";
-    char* argv[] = {program, once, nullptr};
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, program, nullptr, nullptr, argv, environ), 0);
-    for (int i = 0; i < 200 && logText().find("Successfully sent query") == std::string::npos; ++i) {
-        std::this_thread::sleep_for(50ms);
-    }
+    // DISPLAY names a display that is not there.
+    const pid_t pid = startUntil("Successfully sent query", {"/usr/bin/env", "-u", "QT_QPA_PLATFORM",
+                                                             "DISPLAY=:97", VARNOTH_AGENT, "--once"});
+    ASSERT_GT(pid, 0);
     std::this_thread::sleep_for(1500ms); // into the read, which blocks the main thread
-    unsetenv("DISPLAY");
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
     const auto signalled = std::chrono::steady_clock::now();
-    kill(pid, SIGTERM);
-    int status = 0;
-    waitpid(pid, &status, 0);
+    const int status = stop(pid);
     EXPECT_LT(std::chrono::steady_clock::now() - signalled, 5s) << logText();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << "\n" << logText();
     EXPECT_NE(logText().find("Error: reading server response stopped: the agent is exiting"),

@@ -23,61 +23,36 @@ protected:
         tray.reset();
         QtWindowTest::TearDown();
     }
-    void configure(const std::string& text) {
-        writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
-        Config::setShared(nullptr);
-    }
     // Titles in menu order, "-" for separators, "[x] " before a checked entry, "(off) " before a disabled
-    // one.
-    std::vector<std::string> shown() const {
-        std::vector<std::string> result;
+    // one; remembers each action by its title.
+    std::string shown() {
+        std::string result;
         for (QAction* action : tray->menu()->actions()) {
-            if (action->isSeparator()) {
-                result.push_back("-");
-                continue;
-            }
-            std::string text = action->text().toStdString();
-            if (action->isChecked()) {
-                text = "[x] " + text;
-            }
-            if (!action->isEnabled()) {
-                text = "(off) " + text;
-            }
-            result.push_back(text);
+            const std::string title = action->text().toStdString();
+            actions[title] = action;
+            result += std::string(action->isEnabled() ? "" : "(off) ") + (action->isChecked() ? "[x] " : "") +
+                      (action->isSeparator() ? "-" : title) + "|";
         }
         return result;
     }
-    QAction* action(const std::string& title) const {
-        for (QAction* entry : tray->menu()->actions()) {
-            if (entry->text().toStdString() == title) {
-                return entry;
-            }
-        }
-        return nullptr;
-    }
+    std::map<std::string, QAction*> actions;
     std::unique_ptr<QtStatusItem> tray;
 };
 
-// What Qt adds to the agent's menu: the disabled title, real separators, a checked entry, actions. The
-// menu's contents and the launch toggle are AppDelegateTest's.
+// What Qt adds to the agent's menu: the disabled title, real separators, a checked entry, actions, an
+// icon shown also where the offscreen platform has no tray (as a desktop whose panel has not started yet)
+// whose left click opens the menu. The menu's contents and the launch toggle are AppDelegateTest's.
 TEST_F(StatusMenuTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
-    configure("ShowLaunchAtLogon=1\n");
-    AppDelegate app;
-    app.statusMenu().constructMenu();
-    EXPECT_EQ(shown(), (std::vector<std::string>{"(off) Varnoth Brelvane Agent", "-", "Update Signatures",
-                                                 "[x] Launch Automatically at Login", "-", "Configure", "-",
-                                                 "View Logs", "-", "About", "-", "Exit"}));
-    action("About")->trigger();
-    action("Exit")->trigger();
-    EXPECT_EQ(application.aboutPanels, 1);
-    EXPECT_EQ(application.terminations, 1);
-}
-
-// The offscreen platform has no tray, as a desktop whose panel has not started yet.
-TEST_F(StatusMenuTest, IconIsShownWithoutATrayAndALeftClickOpensTheMenu) {
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "ShowLaunchAtLogon=1\n");
     AppDelegate app;
     app.setLoading(false);
     app.statusMenu().constructMenu();
+    EXPECT_EQ(shown(), "(off) Varnoth Brelvane Agent|-|Update Signatures|[x] Launch Automatically at Login|-|"
+                       "Configure|-|View Logs|-|About|-|Exit|");
+    actions["About"]->trigger();
+    actions["Exit"]->trigger();
+    EXPECT_EQ(application.aboutPanels, 1);
+    EXPECT_EQ(application.terminations, 1);
     EXPECT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
     EXPECT_TRUE(tray->trayIcon().isVisible());
     emit tray->trayIcon().activated(QSystemTrayIcon::Trigger);
