@@ -5,7 +5,6 @@
 #include "tests/support/AgentTest.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 namespace varnoth::test {
