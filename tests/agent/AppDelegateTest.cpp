@@ -139,7 +139,7 @@ TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyW
     // Without the setting the entry is neither shown nor touched, whoever wrote the file.
     writeFile(entry, "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
     AppDelegate first;
-    first.constructMenu();
+    first.statusMenu().constructMenu();
     const auto titles = statusItem.titles();
     EXPECT_EQ(std::count(titles.begin(), titles.end(), toggle), 0);
     EXPECT_TRUE(std::filesystem::exists(entry));

@@ -7,6 +7,9 @@ namespace varnoth::test {
 namespace {
 
 using CheckState = ConfigurationView::CheckState;
+// The dialog's controls as one comparable value: box, box enabled, field enabled, field text, OK.
+using Controls = std::tuple<CheckState, bool, bool, std::string, bool>;
+const Controls untouched{CheckState::off, true, false, "", false};
 
 class ConfigurationViewControllerTest : public AgentTest {
 protected:
@@ -21,12 +24,7 @@ protected:
             controller.controlTextDidChange();
         }
     }
-    void replaceText(const std::string& text) {
-        view.email = text;
-        controller.controlTextDidChange();
-    }
-    // The dialog's controls as one comparable value: box, box enabled, field enabled, field text, OK.
-    static std::tuple<CheckState, bool, bool, std::string, bool> controls(const FakeConfigurationView& view) {
+    Controls controls() const {
         return {view.checkbox, view.checkboxEnabled, view.emailEnabled, view.email, view.okEnabled};
     }
 
@@ -34,79 +32,26 @@ protected:
     ConfigurationViewController controller{&view};
 };
 
-// The opening state: an address the administrator fixes in the text file wins over the user's and
-// cannot be changed; an empty one leaves the user free. OK always waits for the first change.
+// An address the administrator fixes in the text file wins over the user's and cannot be changed; an
+// empty one leaves the user free. OK always waits for the first change, and Cancel stores nothing.
 TEST_F(ConfigurationViewControllerTest, OpeningShowsTheAddressInForceAndWhetherItMayBeChanged) {
-    struct Case {
-        std::string fixed, stored; // "": none
-        std::tuple<CheckState, bool, bool, std::string, bool> expected;
-    };
-    for (const auto& c : std::vector<Case>{
-             {"", "", {CheckState::off, true, false, "", false}},
-             {"", "jane@example.com", {CheckState::on, true, true, "jane@example.com", false}},
-             {"boss@corp.example",
-              "jane@example.com",
-              {CheckState::on, false, false, "boss@corp.example", false}},
-         }) {
-        SCOPED_TRACE("fixed \"" + c.fixed + "\", stored \"" + c.stored + '"');
-        writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", "UserEmailAddress=" + c.fixed + "\n");
+    const std::string jane = "jane@example.com";
+    for (const auto& [fixed, stored, expected] : std::vector<std::tuple<std::string, std::string, Controls>>{
+             {"", "", untouched},
+             {"", jane, {CheckState::on, true, true, jane, false}},
+             {"boss@corp.example", jane, {CheckState::on, false, false, "boss@corp.example", false}}}) {
+        SCOPED_TRACE("fixed \"" + fixed + "\", stored \"" + stored + '"');
+        writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", "UserEmailAddress=" + fixed + "\n");
         Config::setShared(nullptr);
-        defaults = MemoryUserDefaults();
-        if (!c.stored.empty()) {
-            defaults.setString("UserEmailAddress", c.stored);
-        }
-        FakeConfigurationView fresh;
-        ConfigurationViewController opened(&fresh);
-        opened.viewWillAppear();
-        EXPECT_EQ(controls(fresh), c.expected);
-        EXPECT_EQ(opened.useEmail(), std::get<0>(c.expected) == CheckState::on);
-        opened.cancel();
-        EXPECT_EQ(defaults.string("UserEmailAddress").value_or(""), c.stored);
+        defaults.setString("UserEmailAddress", stored);
+        controller.viewWillAppear();
+        EXPECT_EQ(controls(), expected);
+        EXPECT_EQ(controller.useEmail(), std::get<0>(expected) == CheckState::on);
+        type("x"); // the first edit enables OK: the address in force has its "@"
+        EXPECT_TRUE(view.okEnabled);
+        controller.cancel();
+        EXPECT_EQ(defaults.string("UserEmailAddress"), stored);
     }
-}
-
-TEST_F(ConfigurationViewControllerTest, CheckedBoxNeedsAnAtSignAnywhereWhileUncheckedOrMixedNeedsNothing) {
-    controller.viewWillAppear(); // nothing stored, no file
-    EXPECT_EQ(controls(view), std::tuple(CheckState::off, true, false, std::string(), false));
-    clickCheckbox();
-    EXPECT_TRUE(controller.useEmail());
-    EXPECT_EQ(controls(view), std::tuple(CheckState::on, true, true, std::string(), false));
-    type("jane.doe");
-    EXPECT_FALSE(view.okEnabled);
-    type("@example.com");
-    EXPECT_TRUE(view.okEnabled);
-    // An "@" anywhere is enough; U+FF20, the fullwidth at sign, is none.
-    for (bool ok : {true, false}) {
-        for (const std::string& text :
-             ok ? std::vector<std::string>{"@", "@@", "a@", "@b", " @ ", "\xC3\xA9@\xC3\xA9"}
-                : std::vector<std::string>{"", " ", "jane.example.com", "\xEF\xBC\xA0"}) {
-            replaceText(text);
-            EXPECT_EQ(view.okEnabled, ok) << '"' << text << '"';
-        }
-    }
-
-    clickCheckbox();
-    EXPECT_FALSE(view.emailEnabled);
-    EXPECT_TRUE(view.okEnabled);
-    replaceText("still none");
-    EXPECT_TRUE(view.okEnabled);
-
-    view.checkbox = CheckState::mixed;
-    controller.useEmailChanged();
-    EXPECT_FALSE(controller.useEmail());
-    EXPECT_FALSE(view.emailEnabled);
-    EXPECT_TRUE(view.okEnabled);
-
-    controller.setUseEmail(true); // the field follows and the text is checked again
-    EXPECT_TRUE(view.emailEnabled);
-    EXPECT_FALSE(view.okEnabled);
-}
-
-TEST_F(ConfigurationViewControllerTest, StoredAddressEnablesOkOnFirstEditOrClick) {
-    defaults.setString("UserEmailAddress", "jane@example.com");
-    controller.viewWillAppear();
-    type("x");
-    EXPECT_TRUE(view.okEnabled);
     controller.viewWillAppear();
     clickCheckbox(); // off: nothing to check
     EXPECT_TRUE(view.okEnabled);
@@ -114,37 +59,57 @@ TEST_F(ConfigurationViewControllerTest, StoredAddressEnablesOkOnFirstEditOrClick
     EXPECT_TRUE(view.okEnabled);
 }
 
-TEST_F(ConfigurationViewControllerTest, OkStoresTheTextExactlyOrEmptyWhenUncheckedAndTheNextOpeningShowsIt) {
-    controller.viewWillAppear();
+TEST_F(ConfigurationViewControllerTest, CheckedBoxNeedsAnAtSignAnywhereWhileUncheckedOrMixedNeedsNothing) {
+    controller.viewWillAppear(); // nothing stored, no file
+    EXPECT_EQ(controls(), untouched);
     clickCheckbox();
-    type(" Jane@Example.com ");
-    controller.submit();
-    EXPECT_EQ(defaults.string("UserEmailAddress"), " Jane@Example.com ");
-    EXPECT_EQ(view.closes, 1);
-    EXPECT_EQ(Config::shared().UserEmailAddress(), " Jane@Example.com "); // what the next update uses
-    controller.viewWillAppear();
-    EXPECT_EQ(controls(view),
-              std::tuple(CheckState::on, true, true, std::string(" Jane@Example.com "), false));
+    EXPECT_TRUE(controller.useEmail());
+    EXPECT_EQ(controls(), Controls(CheckState::on, true, true, "", false));
+    // An "@" anywhere is enough; U+FF20, the fullwidth at sign, is none.
+    for (const auto& [text, ok] : std::vector<std::pair<std::string, bool>>{
+             {"@", true}, {"a@", true}, {"", false}, {"jane.example.com", false}, {"\xEF\xBC\xA0", false}}) {
+        view.email = text;
+        controller.controlTextDidChange();
+        EXPECT_EQ(view.okEnabled, ok) << '"' << text << '"';
+    }
+    clickCheckbox();
+    EXPECT_FALSE(view.emailEnabled);
+    EXPECT_TRUE(view.okEnabled);
 
-    // Unchecked, the empty text is stored so the Outlook account is used again.
-    clickCheckbox();
-    controller.submit();
-    ASSERT_TRUE(defaults.contains("UserEmailAddress"));
-    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
-    EXPECT_EQ(Config::shared().UserEmailAddress(), "");
-    EXPECT_TRUE(Config::shared().UserEmailAddressEditable());
-    EXPECT_EQ(view.closes, 2);
+    view.checkbox = CheckState::mixed;
+    controller.useEmailChanged();
+    EXPECT_FALSE(controller.useEmail());
+    EXPECT_FALSE(view.emailEnabled);
+    EXPECT_TRUE(view.okEnabled);
+    controller.setUseEmail(true); // the field follows and the text is checked again
+    EXPECT_TRUE(view.emailEnabled);
+    EXPECT_FALSE(view.okEnabled);
 }
 
-TEST_F(ConfigurationViewControllerTest, CancelStoresNothingAndTheNextOpeningForgetsTheEdits) {
+TEST_F(ConfigurationViewControllerTest, OkStoresTheTextExactlyOrEmptyWhenUncheckedAndCancelNothing) {
     controller.viewWillAppear();
     clickCheckbox();
     type("jane@example.com");
     controller.cancel();
     EXPECT_FALSE(defaults.contains("UserEmailAddress"));
-    EXPECT_EQ(view.closes, 1);
+    controller.viewWillAppear(); // the edits are forgotten
+    EXPECT_EQ(controls(), untouched);
+
+    clickCheckbox();
+    type(" Jane@Example.com ");
+    controller.submit();
+    EXPECT_EQ(defaults.string("UserEmailAddress"), " Jane@Example.com ");
+    EXPECT_EQ(Config::shared().UserEmailAddress(), " Jane@Example.com "); // what the next update uses
     controller.viewWillAppear();
-    EXPECT_EQ(controls(view), std::tuple(CheckState::off, true, false, std::string(), false));
+    EXPECT_EQ(controls(), Controls(CheckState::on, true, true, " Jane@Example.com ", false));
+
+    // Unchecked, the empty text is stored so the Outlook account is used again.
+    clickCheckbox();
+    controller.submit();
+    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
+    EXPECT_EQ(Config::shared().UserEmailAddress(), "");
+    EXPECT_TRUE(Config::shared().UserEmailAddressEditable());
+    EXPECT_EQ(view.closes, 3);
 }
 
 } // namespace

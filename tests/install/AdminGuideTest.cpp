@@ -7,6 +7,7 @@
 #include "tests/support/AgentTest.h"
 
 #include <functional>
+#include <ranges>
 #include <regex>
 
 namespace varnoth::test {
@@ -21,44 +22,22 @@ std::vector<std::string> lines(const std::string& text) {
     return result;
 }
 
-std::string trim(const std::string& text) {
-    const auto first = text.find_first_not_of(" \t");
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-// The first fenced block of the given language after a heading that contains `heading`.
+// The first fenced block of the given language after the heading that starts with `heading`.
 std::string fencedBlockAfter(const std::string& guide, const std::string& heading,
                              const std::string& language) {
-    bool inSection = false, inBlock = false;
-    std::string block;
-    for (const auto& line : lines(guide)) {
-        if (!inBlock && line.starts_with("#")) {
-            inSection = line.find(heading) != std::string::npos;
-        } else if (inSection && !inBlock && line == "```" + language) {
-            inBlock = true;
-        } else if (inBlock && line == "```") {
-            return block;
-        } else if (inBlock) {
-            block += line + "\n";
-        }
-    }
-    return "";
+    const auto open = guide.find("\n```" + language + "\n", guide.find("# " + heading));
+    const auto start = open + language.size() + 5, end = guide.find("\n```\n", start - 1);
+    return open == std::string::npos || end == std::string::npos ? "" : guide.substr(start, end + 1 - start);
 }
 
-template <typename T> std::string shown(const T& value) {
-    if constexpr (std::is_same_v<T, bool>) {
-        return value ? "true" : "false";
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        return std::to_string(value);
-    } else {
-        return value;
-    }
+std::string shown(bool value) {
+    return value ? "true" : "false";
 }
-
-// An interval as the guide explains it: a bare number is hours, a number with "m" minutes.
-std::string minutes(const std::string& text) {
-    return text.ends_with("m") ? shown(std::stof(text.substr(0, text.size() - 1)))
-                               : shown(std::stof(text) * 60);
+std::string shown(const std::string& value) {
+    return value;
+}
+template <typename T> std::string shown(T value) {
+    return std::to_string(value);
 }
 
 // Each key's value as the agent answers it, in the guide's notation.
@@ -85,29 +64,33 @@ protected:
     void SetUp() override {
         AgentTest::SetUp();
         guide = readWholeFile(VARNOTH_ADMIN_GUIDE);
-        ASSERT_FALSE(guide.empty()) << VARNOTH_ADMIN_GUIDE;
         // Key -> type and default, from the table whose header starts with "| Key | Type | Default |".
-        const auto all = lines(guide);
-        auto line = std::find_if(all.begin(), all.end(),
-                                 [](const auto& l) { return l.starts_with("| Key | Type | Default |"); });
+        const auto start = guide.find("| Key | Type | Default |");
+        ASSERT_NE(start, std::string::npos) << VARNOTH_ADMIN_GUIDE;
         const std::regex row(R"(\| `(\w+)` \| ([^|]*?) \| (?:`([^`]*)`|empty)[^|]*\|.*)");
-        for (line = line == all.end() ? line : line + 2; line != all.end() && line->starts_with("|");
-             ++line) {
+        for (const auto& line : lines(guide.substr(start))) {
             std::smatch cells;
-            if (!std::regex_match(*line, cells, row)) {
-                ADD_FAILURE() << "not a key with its type and default value: " << *line;
+            if (line.starts_with("| Key") || line.starts_with("|---")) {
                 continue;
+            } else if (!line.starts_with("|")) {
+                break;
+            } else if (std::regex_match(line, cells, row)) {
+                EXPECT_TRUE(table.emplace(cells[1], Row{cells[2], cells[3]}).second) << "twice: " << line;
+            } else {
+                ADD_FAILURE() << "not a key with its type and default value: " << line;
             }
-            table[cells[1]] = {cells[2], cells[3]};
-            ++tableRows;
         }
     }
 
-    // What the agent answers for a key the example gives in the guide's notation.
+    // What the agent answers for a key the example gives in the guide's notation, where an interval is
+    // hours as a bare number and minutes with "m".
     void expectAnswered(const std::string& key, const std::string& value) const {
         ASSERT_TRUE(table.count(key)) << key;
-        EXPECT_EQ(answers.at(key)(Config::shared()), key == "UpdateFrequency" ? minutes(value) : value)
-            << key;
+        const std::string expected = key != "UpdateFrequency" ? value
+                                     : value.ends_with("m")
+                                         ? shown(std::stof(value.substr(0, value.size() - 1)))
+                                         : shown(std::stof(value) * 60);
+        EXPECT_EQ(answers.at(key)(Config::shared()), expected) << key;
     }
 
     std::string guide;
@@ -115,34 +98,17 @@ protected:
         std::string type, defaultValue;
     };
     std::map<std::string, Row> table;
-    std::size_t tableRows = 0;
 };
 
 TEST_F(AdminGuideTest, SettingsTableNamesEveryKeyOnceWithTheDefaultTheAgentAnswers) {
-    ASSERT_EQ(tableRows, table.size()) << "a key appears twice in the settings table";
-    auto keys = [](const auto& map) {
-        std::vector<std::string> result;
-        for (const auto& entry : map) {
-            result.push_back(entry.first);
-        }
-        return result;
-    };
-    EXPECT_EQ(keys(table), keys(answers));
-
-    const Config& config = Config::shared();
-    ASSERT_FALSE(config.usedFile());
+    EXPECT_TRUE(std::ranges::equal(table | std::views::keys, answers | std::views::keys));
+    ASSERT_FALSE(Config::shared().usedFile());
     for (const auto& [key, row] : table) {
-        // The agent answers the interval in minutes; the table gives the minutes too.
-        EXPECT_EQ(key == "UpdateFrequency" ? shown(std::stof(row.defaultValue)) : row.defaultValue,
-                  answers.at(key)(config))
-            << key;
+        expectAnswered(key, row.defaultValue);
     }
-
     // Every key of the log's settings entry is one the guide explains.
-    for (const auto& line : lines(config.settingsText())) {
-        if (!line.empty()) {
-            EXPECT_TRUE(table.count(line.substr(0, line.find(':')))) << line;
-        }
+    for (const auto& line : lines(Config::shared().settingsText())) {
+        EXPECT_TRUE(line.empty() || table.count(line.substr(0, line.find(':')))) << line;
     }
 }
 
@@ -151,38 +117,30 @@ TEST_F(AdminGuideTest, CompleteTextExampleIsReadWithEveryValueItGivesAndPrintedA
     ASSERT_FALSE(example.empty());
     writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", example);
     ASSERT_TRUE(Config::shared().usedFile());
+    const std::regex setting(R"(\s*(\w+)\s*=\s*([^=]*?)\s*)"); // a second "=" would be ignored by the agent
     for (const auto& line : lines(example)) {
-        const auto equals = line.find('=');
-        ASSERT_NE(equals, std::string::npos) << line;
-        ASSERT_EQ(line.find('=', equals + 1), std::string::npos) << "ignored by the agent: " << line;
-        const std::string key = trim(line.substr(0, equals));
-        std::string value = trim(line.substr(equals + 1));
-        if (table.count(key) && table.at(key).type == "Boolean") {
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(line, parts, setting)) << line;
+        std::string value = parts[2];
+        if (table.count(parts[1]) && table.at(parts[1]).type == "Boolean") {
             // The text form takes integers only; a word would silently leave the default.
-            ASSERT_EQ(value.find_first_not_of("-+0123456789"), std::string::npos) << key << ": " << value;
+            ASSERT_EQ(value.find_first_not_of("-+0123456789"), std::string::npos) << line;
             value = shown(std::stoll(value) != 0);
         }
-        expectAnswered(key, value);
+        expectAnswered(parts[1], value);
     }
 
-    // The --print-config sample in the guide is what the agent prints for this file.
-    const std::string sample = fencedBlockAfter(guide, "Checking a deployment", "text");
-    const std::string printed = ConfigReport(Config::platformLocations()).text();
-
-    // Paths differ from machine to machine; the settings and discovery sections must not.
+    // The --print-config sample in the guide is what the agent prints for this file; paths differ from
+    // machine to machine, the settings and discovery sections must not ("Key: " of an empty value aside).
     auto sections = [](const std::string& text) {
-        const auto start = text.find("Effective settings");
-        const auto end = text.find("Log file:");
-        std::string section;
-        if (start != std::string::npos && end != std::string::npos) {
-            for (const auto& line : lines(text.substr(start, end - start))) {
-                section += line.substr(0, line.find_last_not_of(' ') + 1) + "\n"; // "Key: " of an empty value
-            }
-        }
-        return section;
+        const auto start = text.find("Effective settings"), end = text.find("Log file:");
+        return start < end && end != std::string::npos
+                   ? std::regex_replace(text.substr(start, end - start), std::regex(" +\n"), "\n")
+                   : "";
     };
-    ASSERT_FALSE(sections(sample).empty());
-    EXPECT_EQ(sections(sample), sections(printed));
+    const std::string sample = sections(fencedBlockAfter(guide, "Checking a deployment", "text"));
+    ASSERT_FALSE(sample.empty());
+    EXPECT_EQ(sample, sections(ConfigReport(Config::platformLocations()).text()));
 }
 
 TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {

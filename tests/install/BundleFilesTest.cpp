@@ -9,37 +9,34 @@
 namespace varnoth::test {
 namespace {
 
-PlistValue text(const std::string& value) {
-    return {"text", value};
-}
-PlistValue flag(bool value) {
-    return {"Boolean", value ? "true" : "false"};
-}
+const auto text = [](const std::string& value) { return PlistValue{"text", value}; };
+const auto flag = [](bool value) { return PlistValue{"Boolean", value ? "true" : "false"}; };
 
 TEST(BundleFilesTest, InformationDictionaryMakesAMenuBarAgentWithTheBuildsValues) {
     const std::string xml = readWholeFile(VARNOTH_INFO_PLIST);
     EXPECT_EQ(xml.find("${"), std::string::npos) << "a value was not filled in";
     auto info = PlistValue::read(xml);
-    ASSERT_FALSE(info.empty()) << xml;
-    EXPECT_EQ(info["CFBundleName"], text("Varnoth Brelvane Agent"));
-    EXPECT_EQ(info["CFBundleName"], text(build::bundleName));
-    EXPECT_EQ(info["CFBundleIdentifier"], text(build::bundleIdentifier));
-    EXPECT_EQ(info["CFBundleShortVersionString"], text(build::shortVersion));
-    EXPECT_EQ(info["CFBundleVersion"], text(build::bundleVersion));
-    EXPECT_EQ(info["CFBundleExecutable"], text(build::bundleName));
-    EXPECT_EQ(info["CFBundlePackageType"], text("APPL"));
-    EXPECT_EQ(info["LSUIElement"], flag(true)); // menu bar only, no Dock icon
+    EXPECT_EQ(build::bundleName, std::string("Varnoth Brelvane Agent"));
+    for (const auto& [key, value] :
+         std::map<std::string, PlistValue>{{"CFBundleName", text(build::bundleName)},
+                                           {"CFBundleIdentifier", text(build::bundleIdentifier)},
+                                           {"CFBundleShortVersionString", text(build::shortVersion)},
+                                           {"CFBundleVersion", text(build::bundleVersion)},
+                                           {"CFBundleExecutable", text(build::bundleName)},
+                                           {"CFBundlePackageType", text("APPL")},
+                                           {"LSUIElement", flag(true)}}) { // menu bar only, no Dock icon
+        EXPECT_EQ(info[key], value) << key;
+    }
     EXPECT_NE(info["NSAppleEventsUsageDescription"].text.find("Outlook"), std::string::npos);
 }
 
 TEST(BundleFilesTest, EntitlementsAllowAppleEventsToOutlookOutsideTheSandbox) {
-    const std::map<std::string, PlistValue> expected = {
-        {"com.apple.security.app-sandbox", flag(false)},
-        {"com.apple.security.automation.apple-events", flag(true)},
-        {"com.apple.security.scripting-targets", text("com.microsoft.Outlook")},
-        {"com.apple.security.temporary-exception.apple-events", flag(true)},
-    };
-    EXPECT_EQ(PlistValue::read(readWholeFile(VARNOTH_ENTITLEMENTS)), expected);
+    EXPECT_EQ(PlistValue::read(readWholeFile(VARNOTH_ENTITLEMENTS)),
+              (std::map<std::string, PlistValue>{
+                  {"com.apple.security.app-sandbox", flag(false)},
+                  {"com.apple.security.automation.apple-events", flag(true)},
+                  {"com.apple.security.scripting-targets", text("com.microsoft.Outlook")},
+                  {"com.apple.security.temporary-exception.apple-events", flag(true)}}));
 }
 
 } // namespace

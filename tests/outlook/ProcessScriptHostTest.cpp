@@ -1,33 +1,24 @@
 #include "platform/posix/ProcessScriptHost.h"
-#include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
 #include <cerrno>
 #include <csignal>
-#include <fstream>
 
 namespace varnoth::test {
 namespace {
-
-using Lines = std::vector<std::string>;
 
 // Small programs in place of the bundle's Outlook script, run as real child processes.
 class ProcessScriptHostTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        OutlookHandler::defaultAccount.reset();
         auto ports = Platform::ports();
         ports.scriptHost = &host;
         ports.bundle.resourcesFolder = resources();
         ports.bundle.executablePath = root() / "bin/varnoth-agent";
         Platform::install(ports);
-    }
-    void TearDown() override {
-        OutlookHandler::defaultAccount.reset();
-        AgentTest::TearDown();
     }
 
     std::filesystem::path resources() const { return root() / "Resources"; }
@@ -60,38 +51,37 @@ TEST_F(ProcessScriptHostTest, SelectorArgumentsAndAnswerPassUnchanged) {
               "1|createSignature:content:|" + (root() / "bin/varnoth-agent").string());
 }
 
-TEST_F(ProcessScriptHostTest, EmptyOutputIsNoAnswerAndInvalidUtf8IsAFailure) {
-    writeScript("case \"$1\" in getVersion) ;; *) printf '\\377\\376' ;; esac\n");
-    const ScriptReply empty = send("getVersion", {});
-    EXPECT_TRUE(empty.delivered);
-    EXPECT_FALSE(empty.text);
-    EXPECT_FALSE(send("getDefaultAccount", {}).delivered);
-}
-
-TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsAndNulArgumentsFailTheirMessage) {
+// Empty output is no answer; a failing, crashing or hanging script, output that is not UTF-8 and an
+// argument holding NUL (refused without running the script) fail the message.
+TEST_F(ProcessScriptHostTest, FailingCrashingAndHangingScriptsInvalidUtf8AndNulArgumentsFailTheirMessage) {
     writeScript("case \"$1\" in\n"
-                "  getVersion) echo 'Outlook is gone' >&2; exit 1 ;;\n"
-                "  getDefaultAccount) ulimit -c 0; kill -SEGV $$ ;;\n"
-                "  getSignature:) echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
+                "  getVersion) ;;\n"
+                "  getDefaultAccount) printf '\\377\\376' ;;\n"
+                "  getSignature:) echo 'Outlook is gone' >&2; exit 1 ;;\n"
+                "  deleteSignature:) ulimit -c 0; kill -SEGV $$ ;;\n"
+                "  createSignature:content:) echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
                 "  deleteSignatures) exec >&- 2>&-; echo $$ >\"$0.pid\"; exec sleep 60 ;;\n"
                 "  *) touch \"$0.ran\" ;;\n"
                 "esac\n");
-    const ScriptReply failed = send("getVersion", {});
-    EXPECT_FALSE(failed.delivered);
-    EXPECT_NE(failed.error.find("Outlook is gone"), std::string::npos) << failed.error;
-    const ScriptReply crashed = send("getDefaultAccount", {});
-    EXPECT_FALSE(crashed.delivered);
-    EXPECT_NE(crashed.error.find("signal"), std::string::npos) << crashed.error;
-
-    // An argument holding NUL is refused without running the script.
-    EXPECT_FALSE(send("deleteSignature:", {std::string("a\0b", 3)}).delivered);
+    for (const auto& [selector, arguments, error] :
+         std::vector<std::tuple<std::string, std::vector<std::string>, std::string>>{
+             {"getVersion", {}, ""},
+             {"getDefaultAccount", {}, "not UTF-8"},
+             {"getSignature:", {"x"}, "Outlook is gone"},
+             {"deleteSignature:", {"x"}, "signal"},
+             {"applySignaturesFor:", {std::string("a\0b", 3)}, "NUL"}}) {
+        const ScriptReply reply = send(selector, arguments);
+        EXPECT_EQ(reply.delivered, error.empty()) << selector;
+        EXPECT_FALSE(reply.text) << selector;
+        EXPECT_NE(reply.error.find(error), std::string::npos) << reply.error;
+    }
     EXPECT_FALSE(std::filesystem::exists(resources() / "OutlookScriptObj.ran"));
 
     ProcessScriptHost impatient{std::chrono::milliseconds(300)};
     impatient.loadScripts();
     // The child was killed and reaped, not left behind; also one that closed its output first.
-    for (const char* selector : {"getSignature:", "deleteSignatures"}) {
-        EXPECT_FALSE(impatient.makeObject("OutlookScriptObj")->send(selector, {"x"}).delivered) << selector;
+    for (const char* selector : {"createSignature:content:", "deleteSignatures"}) {
+        EXPECT_FALSE(impatient.makeObject("OutlookScriptObj")->send(selector, {}).delivered) << selector;
         const pid_t pid = std::stoi(readWholeFile(resources() / "OutlookScriptObj.pid"));
         EXPECT_EQ(::kill(pid, 0), -1);
         EXPECT_EQ(errno, ESRCH);
@@ -114,24 +104,6 @@ TEST_F(ProcessScriptHostTest, NoObjectWithoutAnExecutableResourceOfThatName) {
     Platform::install(ports);
     host.loadScripts();
     EXPECT_FALSE(host.makeObject("OutlookScriptObj"));
-}
-
-TEST_F(ProcessScriptHostTest, HandlerOverAScriptThatLacksOperationsKeepsGoing) {
-    writeScript("case \"$1\" in\n"
-                "  getVersion) printf '16.1' ;;\n"
-                "  getDefaultAccount) printf 'me@example.com' ;;\n"
-                "  *) echo \"unrecognized selector $1\" >&2; exit 2 ;;\n"
-                "esac\n");
-    OutlookHandler handler;
-    EXPECT_EQ(OutlookHandler::defaultAccount, "me@example.com");
-    clearLog();
-    EXPECT_FALSE(handler.createSignature("Team", "<p>team</p>"));
-    EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>new</p>"));
-    EXPECT_FALSE(handler.applyDefaultSignatures(SignatureAction::change, SignatureAction::change));
-    EXPECT_EQ(logLines(),
-              (Lines{"Creating signature Team", "Error: failed to create signature Team",
-                     "Error: cannot get default Outlook signature", "Applying default signature",
-                     "Automation will set both signatures", "Error: failed to apply signatures"}));
 }
 
 } // namespace
