@@ -38,11 +38,13 @@ void FuzzEnvironment::setUp() {
     rootFolder() = pattern;
     const std::filesystem::path home = rootFolder() / "home";
     std::filesystem::create_directories(home / ".local/state");
-    setenv("HOME", home.c_str(), 1);
-    setenv("XDG_STATE_HOME", (home / ".local/state").c_str(), 1);
-    setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
-    setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
-    setenv("VARNOTH_SYSTEM_CONFIG_DIR", (rootFolder() / "etc/Varnoth").c_str(), 1);
+    for (const auto& [name, folder] : {std::pair{"HOME", "home"},
+                                       {"XDG_STATE_HOME", "home/.local/state"},
+                                       {"XDG_CONFIG_HOME", "home/.config"},
+                                       {"XDG_DATA_HOME", "home/.local/share"},
+                                       {"VARNOTH_SYSTEM_CONFIG_DIR", "etc/Varnoth"}}) {
+        setenv(name, (rootFolder() / folder).c_str(), 1);
+    }
     Logger::setLogFilePath(home / ".local/state/fuzz.log");
 
     static test::MemoryUserDefaults defaults;
@@ -77,4 +79,15 @@ void FuzzEnvironment::writeInput(const std::filesystem::path& path, const std::u
     out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 }
 
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
 } // namespace varnoth::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    varnoth::fuzz::FuzzEnvironment::setUp();
+    return 0;
+}
