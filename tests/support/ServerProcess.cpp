@@ -80,19 +80,12 @@ int stopChild(pid_t pid, int graceSeconds) {
 ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::string dataFolder)
     : folder_(makeTemporaryFolder("varnoth-server")), logFolder_(folder_ / "logs"),
       recordFolder_(folder_ / "requests") {
-    std::vector<std::string> arguments{VARNOTH_SIGNATURE_SERVER,
-                                       "--port",
-                                       "0",
-                                       "--data",
-                                       dataFolder,
-                                       "--log-dir",
-                                       logFolder_.string(),
-                                       "--record-dir",
-                                       recordFolder_.string()};
-    arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
+    extraArguments.insert(extraArguments.begin(),
+                          {VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data", dataFolder, "--log-dir",
+                           logFolder_.string(), "--record-dir", recordFolder_.string()});
     // The server prints its port on the first line of its output.
     const auto output = folder_ / "port";
-    pid_ = spawnChild(arguments, output, false);
+    pid_ = spawnChild(extraArguments, output, false);
     std::string line;
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline &&
