@@ -14,20 +14,12 @@ namespace varnoth::fuzz {
 
 namespace {
 
-std::filesystem::path& rootFolder() {
-    static std::filesystem::path folder;
-    return folder;
-}
-
-void removeRoot() {
-    std::error_code ignored;
-    std::filesystem::remove_all(rootFolder(), ignored);
-}
+std::filesystem::path rootFolder;
 
 } // namespace
 
 void FuzzEnvironment::setUp() {
-    if (!rootFolder().empty()) {
+    if (!rootFolder.empty()) {
         return;
     }
     const char* tmp = std::getenv("TMPDIR");
@@ -35,14 +27,16 @@ void FuzzEnvironment::setUp() {
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("cannot make the fuzz folder");
     }
-    rootFolder() = pattern;
-    const std::filesystem::path home = rootFolder() / "home";
+    rootFolder = pattern;
+    const std::filesystem::path home = rootFolder / "home";
     std::filesystem::create_directories(home / ".local/state");
-    setenv("HOME", home.c_str(), 1);
-    setenv("XDG_STATE_HOME", (home / ".local/state").c_str(), 1);
-    setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
-    setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
-    setenv("VARNOTH_SYSTEM_CONFIG_DIR", (rootFolder() / "etc/Varnoth").c_str(), 1);
+    for (const auto& [name, folder] : {std::pair{"HOME", "home"},
+                                       {"XDG_STATE_HOME", "home/.local/state"},
+                                       {"XDG_CONFIG_HOME", "home/.config"},
+                                       {"XDG_DATA_HOME", "home/.local/share"},
+                                       {"VARNOTH_SYSTEM_CONFIG_DIR", "etc/Varnoth"}}) {
+        setenv(name, (rootFolder / folder).c_str(), 1);
+    }
     Logger::setLogFilePath(home / ".local/state/fuzz.log");
 
     static test::MemoryUserDefaults defaults;
@@ -50,11 +44,14 @@ void FuzzEnvironment::setUp() {
     ports.userDefaults = &defaults;
     ports.bundle.name = "Varnoth Brelvane Agent";
     Platform::install(ports);
-    std::atexit(removeRoot);
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(rootFolder, ignored);
+    });
 }
 
 const std::filesystem::path& FuzzEnvironment::root() {
-    return rootFolder();
+    return rootFolder;
 }
 
 void FuzzEnvironment::trimLog() {
@@ -77,4 +74,15 @@ void FuzzEnvironment::writeInput(const std::filesystem::path& path, const std::u
     out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 }
 
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
 } // namespace varnoth::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    varnoth::fuzz::FuzzEnvironment::setUp();
+    return 0;
+}

@@ -5,33 +5,18 @@
 #include "launchd/PropertyListEncoder.h"
 #include "launchd/PropertyListError.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <optional>
-#include <string_view>
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    varnoth::fuzz::FuzzEnvironment::setUp();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace varnoth;
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     std::optional<LaunchAgent> agent;
-    try {
-        agent = PropertyListDecoder().decode<LaunchAgent>(bytes);
-    } catch (const PropertyListError&) {
-        return 0;
-    }
     std::string encoded;
     try {
+        agent = PropertyListDecoder().decode<LaunchAgent>(fuzz::bytes(data, size));
         encoded = PropertyListEncoder().encode(*agent);
     } catch (const PropertyListError&) {
-        return 0; // a value the encoder cannot represent is refused, not written half
+        return 0; // unreadable input, or a value the encoder refuses rather than writing it half
     }
-    if (!(PropertyListDecoder().decode<LaunchAgent>(encoded) == *agent)) {
-        std::abort();
-    }
+    fuzz::require(PropertyListDecoder().decode<LaunchAgent>(encoded) == *agent);
     return 0;
 }

@@ -2,19 +2,12 @@
 #include "config/Config.h"
 #include "fuzz/FuzzEnvironment.h"
 
-#include <cstdint>
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    varnoth::fuzz::FuzzEnvironment::setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using varnoth::Config;
     using varnoth::fuzz::FuzzEnvironment;
     const Config::Locations locations = FuzzEnvironment::configLocations();
-    const auto file = locations.applicationSupportFolder / "Varnoth" / locations.bundleName / "Fuzz.txt";
-    FuzzEnvironment::writeInput(file, data, size);
+    FuzzEnvironment::writeInput(
+        locations.applicationSupportFolder / "Varnoth" / locations.bundleName / "Fuzz.txt", data, size);
     const Config config(locations, "Fuzz");
     (void)config.UpdateFrequency();
     (void)config.AllowConfigureDefaultSignatures();
@@ -27,10 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The directory settings never reach the log. (Values hold no line feed, so only the entry's own
     // lines can start with a key.)
     const std::string logged = config.settingsText();
-    if (logged.find("\nLDAPPassword") != std::string::npos ||
-        logged.find("\nLDAPUser") != std::string::npos) {
-        std::abort();
-    }
+    varnoth::fuzz::require(logged.find("\nLDAPPassword") == std::string::npos &&
+                           logged.find("\nLDAPUser") == std::string::npos);
     FuzzEnvironment::trimLog();
     return 0;
 }

@@ -7,20 +7,19 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <sstream>
 
 namespace varnoth::test {
 
 void AgentTest::SetUp() {
-    char pattern[] = "/tmp/varnoth-test-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
-    setEnvironment("HOME", (root_ / "home").string());
-    setEnvironment("XDG_STATE_HOME", (root_ / "home/.local/state").string());
-    setEnvironment("XDG_CONFIG_HOME", (root_ / "home/.config").string());
-    setEnvironment("XDG_DATA_HOME", (root_ / "home/.local/share").string());
-    setEnvironment("VARNOTH_SYSTEM_CONFIG_DIR", (root_ / "etc/Varnoth").string());
+    root_ = makeTemporaryFolder("varnoth-test");
+    for (const auto& [name, folder] : {std::pair{"HOME", "home"},
+                                       {"XDG_STATE_HOME", "home/.local/state"},
+                                       {"XDG_CONFIG_HOME", "home/.config"},
+                                       {"XDG_DATA_HOME", "home/.local/share"},
+                                       {"VARNOTH_SYSTEM_CONFIG_DIR", "etc/Varnoth"}}) {
+        setEnvironment(name, (root_ / folder).string());
+    }
     std::filesystem::create_directories(root_ / "home/.local/state");
 
     Logger::setLogFilePath(root_ / "home/.local/state/Varnoth Brelvane Agent.log");
@@ -37,8 +36,7 @@ void AgentTest::SetUp() {
     ports.alerts = &alerts;
     ports.workspace = &workspace;
     ports.application = &application;
-    ports.bundle.name = "Varnoth Brelvane Agent";
-    ports.bundle.displayName = "Varnoth Brelvane Agent";
+    ports.bundle.name = ports.bundle.displayName = "Varnoth Brelvane Agent";
     ports.bundle.identifier = "com.varnoth.brelvane-agent";
     ports.bundle.shortVersion = "1.0.0";
     ports.bundle.version = "1";
@@ -55,11 +53,7 @@ void AgentTest::TearDown() {
     std::filesystem::permissions(root_, std::filesystem::perms::owner_all, ignored);
     std::filesystem::remove_all(root_, ignored);
     for (const auto& [name, value] : savedEnvironment_) {
-        if (value) {
-            setenv(name.c_str(), value->c_str(), 1);
-        } else {
-            unsetenv(name.c_str());
-        }
+        value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
     }
     savedEnvironment_.clear();
     tzset(); // a test may have set TZ
@@ -103,9 +97,7 @@ std::filesystem::path AgentTest::userConfigFolder() const {
 }
 
 void AgentTest::writeFile(const std::filesystem::path& path, const std::string& content) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
+    writeWholeFile(path, content);
 }
 
 } // namespace varnoth::test

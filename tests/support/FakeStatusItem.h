@@ -2,6 +2,7 @@
 
 #include "platform/StatusItem.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace varnoth::test {
@@ -23,12 +24,9 @@ public:
         return result;
     }
     MenuItem& item(const std::string& title) {
-        for (auto& entry : menu) {
-            if (entry.title == title) {
-                return entry;
-            }
-        }
-        throw std::out_of_range("no menu item " + title);
+        const auto found = std::find_if(menu.begin(), menu.end(),
+                                        [&](const MenuItem& entry) { return entry.title == title; });
+        return found != menu.end() ? *found : throw std::out_of_range("no menu item " + title);
     }
     void choose(const std::string& title) { item(title).action(); }
 

@@ -24,7 +24,6 @@ public:
     LoopbackListener& operator=(const LoopbackListener&) = delete;
 
     int port() const { return port_; }
-    int fd() const { return fd_; }
     int accept() const { return ::accept(fd_, nullptr, nullptr); }
     // A loopback port on which nothing listens.
     static int closedPort() { return LoopbackListener().port(); }

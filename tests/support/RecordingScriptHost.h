@@ -95,15 +95,11 @@ private:
             arguments.size() != AppleScriptProtocol::argumentCount(selector)) {
             return ScriptReply::failed("unrecognized selector");
         }
-        if (selector == Selector::getVersion) {
-            return ScriptReply::withText(version);
-        }
-        if (selector == Selector::getDefaultAccount) {
-            return ScriptReply::withText(account);
+        if (selector == Selector::getVersion || selector == Selector::getDefaultAccount) {
+            return ScriptReply::withText(selector == Selector::getVersion ? version : account);
         }
         if (selector == Selector::getSignature) {
-            const auto found = signatures.find(arguments[0]);
-            return ScriptReply::withText(found != signatures.end() ? found->second : std::string());
+            return ScriptReply::withText(signatures.count(arguments[0]) ? signatures[arguments[0]] : "");
         }
         if (selector == Selector::createSignature) {
             signatures[arguments[0]] = arguments[1];

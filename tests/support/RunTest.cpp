@@ -55,11 +55,7 @@ void RunTest::configure(int port, const std::string& more) {
 }
 
 void RunTest::run(AppDelegate& app, bool userInitiated) {
-    if (userInitiated) {
-        app.updateSignatures(true);
-    } else {
-        app.autoUpdateSignatures();
-    }
+    userInitiated ? app.updateSignatures(true) : app.autoUpdateSignatures();
     queue.runUntilIdle();
     queue.advance(1s);
     queue.runUntilIdle();
@@ -95,11 +91,7 @@ std::vector<std::string> RunTest::additionalSignatures() const {
 
 void RunTest::startFromGoodRun() {
     good = std::make_unique<ServerProcess>(std::vector<std::string>{}, goodData().string());
-    goodRun(app, good->port());
-}
-
-void RunTest::goodRun(AppDelegate& app, int goodPort) {
-    configure(goodPort);
+    configure(good->port());
     run(app);
     keptSignatures = storedSignatures();
     keptList = additionalSignatures();
@@ -114,8 +106,8 @@ void RunTest::goodRun(AppDelegate& app, int goodPort) {
 void RunTest::expectKept() const {
     EXPECT_EQ(storedSignatures(), keptSignatures);
     auto list = additionalSignatures();
-    std::sort(list.begin(), list.end());
     auto kept = keptList;
+    std::sort(list.begin(), list.end());
     std::sort(kept.begin(), kept.end());
     EXPECT_EQ(list, kept);
 }
@@ -148,20 +140,10 @@ std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::pat
         const std::string result = request.child_value("Result");
         EXPECT_TRUE(result == "Success" || result == "Failure") << result;
         const std::string log = request.child_value("DeploymentLog");
+        // Whole log lines: a timestamped first line and a line feed at the end.
         if (!log.empty()) {
             EXPECT_EQ(log.back(), '\n');
-        }
-        // Every line is a whole log line, except the continuation lines of a multi-line entry.
-        std::size_t begin = 0;
-        bool first = true;
-        while (begin < log.size()) {
-            const std::size_t end = log.find('\n', begin);
-            const std::string text = log.substr(begin, end - begin);
-            if (first) {
-                EXPECT_TRUE(std::regex_match(text, line)) << text;
-                first = false;
-            }
-            begin = end + 1;
+            EXPECT_TRUE(std::regex_match(log.substr(0, log.find('\n')), line)) << log;
         }
         logs.push_back(log);
     }

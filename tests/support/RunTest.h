@@ -42,9 +42,8 @@ protected:
     std::filesystem::path storeFolder() const;
     std::vector<std::string> additionalSignatures() const;
 
-    // The good run every fault starts from, against a server on goodPort; remembers its outcome.
-    void goodRun(AppDelegate& app, int goodPort);
-    // Starts the good server and makes the good run with the test's own agent.
+    // Starts the good server and makes the good run every fault starts from with the test's own agent;
+    // remembers its outcome.
     void startFromGoodRun();
     // Store and list of additional signatures as the good run left them.
     void expectKept() const;

@@ -3,16 +3,19 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
-#include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace varnoth::test {
+
+using namespace std::chrono_literals;
 
 std::string readWholeFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -21,58 +24,75 @@ std::string readWholeFile(const std::filesystem::path& path) {
     return content.str();
 }
 
-ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::string dataFolder) {
-    char pattern[] = "/tmp/varnoth-server-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    folder_ = pattern;
-    logFolder_ = folder_ / "logs";
-    recordFolder_ = folder_ / "requests";
+bool writeWholeFile(const std::filesystem::path& path, const std::string& content) {
+    std::error_code ignored;
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    return static_cast<bool>(out << content);
+}
 
-    std::vector<std::string> arguments{VARNOTH_SIGNATURE_SERVER,
-                                       "--port",
-                                       "0",
-                                       "--data",
-                                       dataFolder,
-                                       "--log-dir",
-                                       logFolder_.string(),
-                                       "--record-dir",
-                                       recordFolder_.string()};
-    arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
-    int output[2];
-    if (pipe(output) != 0) {
-        throw std::runtime_error("pipe failed");
+std::filesystem::path makeTemporaryFolder(const std::string& prefix) {
+    std::string pattern = "/tmp/" + prefix + "-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed for " + pattern);
     }
+    return pattern;
+}
+
+pid_t spawnChild(const std::vector<std::string>& arguments, const std::filesystem::path& output,
+                 bool errorsToo) {
     std::vector<char*> argv;
-    for (auto& argument : arguments) {
-        argv.push_back(argument.data());
+    for (const auto& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    pid_ = fork();
-    if (pid_ == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL); // the server dies with the test
-        dup2(output[1], STDOUT_FILENO);
-        close(output[0]);
-        close(output[1]);
+    const std::string outputPath = output.string();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+        const int out = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        dup2(out, STDOUT_FILENO);
+        if (errorsToo) {
+            dup2(out, STDERR_FILENO);
+        }
         execv(argv[0], argv.data());
         _exit(127);
     }
-    close(output[1]);
-    std::string line;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        pollfd entry{output[0], POLLIN, 0};
-        if (poll(&entry, 1, 100) > 0) {
-            char buffer[64];
-            const ssize_t count = read(output[0], buffer, sizeof buffer);
-            if (count <= 0) {
-                break;
-            }
-            line.append(buffer, static_cast<std::size_t>(count));
+    return pid;
+}
+
+int stopChild(pid_t pid, int graceSeconds) {
+    kill(pid, SIGTERM);
+    int status = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(graceSeconds);
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            break;
         }
+        std::this_thread::sleep_for(10ms);
     }
-    close(output[0]);
+    return status;
+}
+
+ServerProcess::ServerProcess(std::vector<std::string> extraArguments, std::string dataFolder)
+    : folder_(makeTemporaryFolder("varnoth-server")), logFolder_(folder_ / "logs"),
+      recordFolder_(folder_ / "requests") {
+    extraArguments.insert(extraArguments.begin(),
+                          {VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data", dataFolder, "--log-dir",
+                           logFolder_.string(), "--record-dir", recordFolder_.string()});
+    // The server prints its port on the first line of its output.
+    const auto output = folder_ / "port";
+    pid_ = spawnChild(extraArguments, output, false);
+    std::string line;
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline &&
+           waitpid(pid_, nullptr, WNOHANG) == 0) {
+        std::this_thread::sleep_for(5ms);
+        line = readWholeFile(output);
+    }
     try {
         port_ = std::stoi(line);
     } catch (const std::exception&) {
@@ -87,47 +107,27 @@ ServerProcess::~ServerProcess() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-int stopChild(pid_t pid, int graceSeconds) {
-    kill(pid, SIGTERM);
-    int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(graceSeconds);
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return status;
-}
-
 int ServerProcess::stop() {
     if (pid_ <= 0) {
         return 0;
     }
-    const int status = stopChild(pid_, 10);
-    pid_ = -1;
+    const int status = stopChild(std::exchange(pid_, -1), 10);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
 }
 
 std::vector<std::string> ServerProcess::waitForFiles(const std::filesystem::path& folder, std::size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
     std::vector<std::string> files;
     do {
         files.clear();
         std::error_code ignored;
         for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
-            const std::string name = entry.path().filename().string();
-            if (!name.empty() && name[0] != '.') {
+            if (entry.path().filename().string().rfind('.', 0) != 0) {
                 files.push_back(entry.path().string());
             }
         }
-        if (files.size() >= count) {
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    } while (std::chrono::steady_clock::now() < deadline);
+        std::this_thread::sleep_for(files.size() >= count ? 0ms : 10ms);
+    } while (files.size() < count && std::chrono::steady_clock::now() < deadline);
     std::sort(files.begin(), files.end());
     return files;
 }

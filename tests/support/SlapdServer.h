@@ -19,8 +19,6 @@ public:
     static constexpr const char* bindPassword = "Dir3ctory-Secr3t-8817";
     static constexpr const char* adminDN = "cn=admin,dc=example,dc=com";
     static constexpr const char* adminPassword = "Adm1n-Secr3t-2290";
-    // The keyword that marks the signature server's service connection point.
-    static constexpr const char* signatureServerGuid = "5d0c7a2e-3f41-4b8e-9a6d-1c2e7f9b0a31";
 
     struct Options {
         // When false, only bound users read below the base; the root entry stays public.
@@ -31,11 +29,10 @@ public:
         std::string entries;
     };
 
-    static bool available();
-    // An LDIF entry of a service connection point below the base carrying the GUID and the host names.
+    // An LDIF entry of a service connection point below the base carrying the signature server's
+    // keyword and the host names.
     static std::string serviceConnectionPoint(const std::string& name, const std::vector<std::string>& hosts);
 
-    SlapdServer();
     explicit SlapdServer(Options options);
     ~SlapdServer();
     SlapdServer(const SlapdServer&) = delete;
@@ -48,13 +45,11 @@ public:
     bool running() const { return pid_ > 0; }
 
     int port() const { return port_; }
-    std::string url() const;
+    std::string url() const { return "ldap://127.0.0.1:" + std::to_string(port_); }
     const std::string& error() const { return error_; }
-    const std::filesystem::path& folder() const { return folder_; }
 
 private:
-    bool writeFiles();
-    bool waitUntilListening();
+    bool load();
 
     Options options_;
     std::filesystem::path folder_;
