@@ -2,6 +2,7 @@
 #include "tests/support/AgentTest.h"
 
 #include <csignal>
+#include <pwd.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
@@ -48,8 +49,11 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     // The sequence itself is AppDelegateTest's; here the real ports carry it through to SIGTERM.
     const std::string text = logText();
     std::size_t at = 0;
-    for (const std::string piece : {"--------------- Varnoth Brelvane Agent Version ", "Starting app engine",
-                                    "\nSuppressErrorMessages: true\n", "Update signatures started"}) {
+    const std::string user = std::string("The current user is ") + getpwuid(getuid())->pw_name + "\n";
+    for (const std::string& piece :
+         {std::string("--------------- Varnoth Brelvane Agent Version "), user,
+          std::string("Starting app engine"), std::string("\nSuppressErrorMessages: true\n"),
+          std::string("Update signatures started")}) {
         const std::size_t found = text.find(piece, at);
         ASSERT_NE(found, std::string::npos) << "missing or out of order: " << piece << "\n" << text;
         at = found + piece.size();

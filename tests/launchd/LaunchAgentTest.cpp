@@ -112,6 +112,10 @@ TEST(LaunchAgentTest, TextThatAPropertyListCannotCarryFailsTheEncoding) {
     agent.workingDirectory = "Grüße & <Tags>";
     EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(agent)).workingDirectory,
               "Grüße & <Tags>");
+    // Dictionary keys with entities, one right after the other.
+    agent.environmentVariables = std::map<std::string, std::string>{{"a&<b", "v"}};
+    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(agent)).environmentVariables,
+              agent.environmentVariables);
 }
 
 } // namespace
