@@ -3,6 +3,7 @@
 #include "tests/support/LoopbackListener.h"
 
 #include <csignal>
+#include <pwd.h>
 #include <spawn.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -64,8 +65,11 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     EXPECT_EQ(text.find("macOS"), std::string::npos);
 #endif
     std::size_t at = 0;
-    for (const std::string piece : {"--------------- Varnoth Brelvane Agent Version ", "Starting app engine",
-                                    "\nSuppressErrorMessages: true\n", "Update signatures started"}) {
+    const std::string user = std::string("The current user is ") + getpwuid(getuid())->pw_name + "\n";
+    for (const std::string& piece :
+         {std::string("--------------- Varnoth Brelvane Agent Version "), user,
+          std::string("Starting app engine"), std::string("\nSuppressErrorMessages: true\n"),
+          std::string("Update signatures started")}) {
         const std::size_t found = text.find(piece, at);
         ASSERT_NE(found, std::string::npos) << "missing or out of order: " << piece << "\n" << text;
         at = found + piece.size();

@@ -1,5 +1,6 @@
 #include "base/TextValues.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 
 namespace varnoth::text {
@@ -19,6 +20,9 @@ TEST(TextValuesTest, FloatsIgnoreTheLocaleAndRejectPartialText) {
     for (const auto& [text, value] : {std::pair{"1.5", 1.5f}, {"2", 2.0f}, {"+0.25", 0.25f}}) {
         EXPECT_EQ(parseFloat(text), value) << text;
     }
+    // Out of range: too large is infinite, too small is zero, as the platform's parser has it.
+    EXPECT_EQ(parseFloat("-1e50"), -INFINITY);
+    EXPECT_EQ(parseFloat("1e-50"), 0.0f);
     for (const char* bad : {"", " 2", "2 ", "1,5", "abc", "2h"}) {
         EXPECT_EQ(parseFloat(bad), std::nullopt) << bad;
     }

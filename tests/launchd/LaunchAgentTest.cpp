@@ -113,6 +113,11 @@ TEST(LaunchAgentTest, TextThatAPropertyListCannotCarryFailsTheEncoding) {
         agent.workingDirectory = bad;
         EXPECT_THROW(encodedXml(agent), PropertyListError);
     }
+    // Dictionary keys with entities, one right after the other.
+    agent.workingDirectory = "/w";
+    agent.environmentVariables = std::map<std::string, std::string>{{"a&<b", "v"}};
+    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(agent)).environmentVariables,
+              agent.environmentVariables);
 }
 
 } // namespace

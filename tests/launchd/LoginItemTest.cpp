@@ -6,7 +6,9 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace varnoth::test {
 namespace {
@@ -58,7 +60,9 @@ TEST_F(LoginItemTest, AutostartEntryIsWrittenCheckedAndRemoved) {
          {ours + "Hidden=true\n",
           text::replaceAll(ours, "X-GNOME-Autostart-enabled=true", "X-GNOME-Autostart-enabled=false"),
           std::string("[Desktop Entry]\nType=Application\nName=x\nExec=/usr/bin/other\n"),
-          "[Other Group]\nExec=\"" + Platform::bundle().executablePath.string() + "\"\n"}) {
+          "[Other Group]\nExec=\"" + Platform::bundle().executablePath.string() + "\"\n",
+          "[Other Group]\nExec=\"" + Platform::bundle().executablePath.string() +
+              "\"\n[Desktop Entry]\nType=Application\nName=x\nExec=/usr/bin/other\n"}) {
         writeFile(autostartEntry(), other);
         EXPECT_FALSE(item.isInstalled()) << other;
     }
@@ -109,6 +113,29 @@ TEST_F(LoginItemTest, FailuresAreLoggedNotThrown) {
     EXPECT_FALSE(autostart.install());
     EXPECT_EQ(logLines(),
               Lines{"Error: cannot add the login item: the bundle has no identifier or executable"});
+
+    // A write that stops half-way names its cause: a file size limit binds root too. The long path
+    // makes the entry longer than the limit, which the log line stays under.
+    std::filesystem::remove(root() / "home/.config/autostart");
+    useExecutable("/opt/" + std::string(400, 'x') + "/agent");
+    clearLog();
+    rlimit saved{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit limited = saved;
+    limited.rlim_cur = 300;
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limited);
+    const bool installed = autostart.install();
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_FALSE(installed);
+    EXPECT_NE(logText().find(": File too large\n"), std::string::npos) << logText();
+
+    // Without an identifier there is no entry of ours, so nothing to remove.
+    Platform::Ports ports = Platform::ports();
+    ports.bundle.identifier.clear();
+    Platform::install(ports);
+    EXPECT_TRUE(autostart.remove());
 }
 
 TEST_F(LoginItemTest, JobRecordStartsTheExecutableAtLogin) {

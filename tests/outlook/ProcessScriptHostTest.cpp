@@ -1,5 +1,6 @@
 #include "platform/posix/ProcessScriptHost.h"
 #include "platform/Platform.h"
+#include "platform/posix/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
@@ -98,6 +99,9 @@ TEST_F(ProcessScriptHostTest, NoObjectWithoutAnExecutableResourceOfThatName) {
     for (const char* other : {"Other", "../Resources/OutlookScriptObj", ""}) {
         EXPECT_FALSE(host.makeObject(other)) << other;
     }
+    // A program started without waiting for it (the way files are opened) reports only its start.
+    EXPECT_TRUE(PosixProcessLauncher().launch("/bin/true", {}));
+    EXPECT_FALSE(PosixProcessLauncher().launch(root() / "missing", {}));
     // The folder is taken when the scripts are loaded: a bundle without resources has no classes.
     auto ports = Platform::ports();
     ports.bundle.resourcesFolder.clear();
