@@ -39,7 +39,7 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
              "<DeploymentData><DefaultSignature>1</DefaultSignature>"
              "<ReplyForwardSignature>2</ReplyForwardSignature><Templates><Template><Id>1</"
              "Id><HTML>&lt;p\x1B" +
-             std::string(4 << 20, 'x') + end,
+             std::string(256 << 10, 'x') + end,
          std::string("Error: Parsing signature failed for ") + mailbox},
         {"malformed before the signature ids",
          {},
@@ -79,14 +79,14 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
         } else if (faulty) {
             EXPECT_TRUE(ServerProcess::waitForFiles(faulty->logFolder(), 0).empty());
         }
-        // A quoted answer is escaped and cut: a 4 MB answer adds a few dozen kilobytes, not megabytes.
+        // A quoted answer is escaped and cut: a 256 KiB answer adds a few dozen kilobytes, not megabytes.
         EXPECT_LT(logText().size(), 100'000u);
-        if (fault.answer.size() > (4 << 20)) {
+        if (fault.answer.size() > (256 << 10)) {
             const auto lines = logLines();
             EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                                     [](const std::string& line) {
                                         return line.find("&lt;p\\x1Bxxx") != std::string::npos &&
-                                               line.ends_with("xxx\u2026 (4194523 bytes in all)");
+                                               line.ends_with("xxx\u2026 (262363 bytes in all)");
                                     }),
                       2);
         }
