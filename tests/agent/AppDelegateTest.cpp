@@ -119,13 +119,16 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfigurationAndItsActionsAreLogged) {
     configure("");
     AppDelegate app;
     app.statusMenu().constructMenu();
+    statusItem.choose("About");
     statusItem.choose("View Logs");
     ASSERT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
     statusItem.choose("Exit");
     EXPECT_EQ(application.terminations, 1);
     app.applicationWillTerminate();
-    EXPECT_EQ(linesFrom("View Logs menu selected"), "View Logs menu selected|Exit menu selected|Exiting|");
+    EXPECT_EQ(application.aboutPanels, 1);
+    EXPECT_EQ(linesFrom("About menu selected"),
+              "About menu selected|View Logs menu selected|Exit menu selected|Exiting|");
 }
 
 TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyWithTheSetting) {

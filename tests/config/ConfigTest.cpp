@@ -101,13 +101,15 @@ TEST_F(ConfigTest, PropertyListGivesEveryKeyWithItsTypeAndWrongTypesGiveTheirDef
                     "SignatureServerAddress</key><true/><key>UserEmailAddress</key><integer>1"
                     "</integer>"));
     EXPECT_EQ(values(), "60 11101001 :5757 mail=dialog@example.com ldap=||");
-    // Integers beyond 32 bits give the default, never their low bits.
-    for (const auto& [number, port] :
-         {std::pair{"18446744073709551615", 5757}, {"4294967296", 5757}, {"-1", -1}}) {
+    // Integers beyond 32 bits give the default, never their low bits; a real counts when it is whole.
+    for (const auto& [value, port] : {std::pair{"<integer>18446744073709551615</integer>", 5757},
+                                      {"<integer>4294967296</integer>", 5757},
+                                      {"<integer>-1</integer>", -1},
+                                      {"<real>6001.0</real>", 6001},
+                                      {"<real>6001.5</real>", 5757}}) {
         Config::setShared(nullptr);
-        writeFile(plistPath(),
-                  plist(std::string("<key>SignatureServerPort</key><integer>") + number + "</integer>"));
-        EXPECT_EQ(load().SignatureServerPort(), port) << number;
+        writeFile(plistPath(), plist(std::string("<key>SignatureServerPort</key>") + value));
+        EXPECT_EQ(load().SignatureServerPort(), port) << value;
     }
 }
 

@@ -133,7 +133,9 @@ TEST_F(LaunchControlTest, LaunchctlGetsTheCommandAndThePathOrLabel) {
         EXPECT_EQ(error.label(), "com.example.job");
         EXPECT_EQ(error.message(), "The URL is not set for agent com.example.job");
     }
-    EXPECT_THROW(agent.unload(), LaunchControlError); // the record's own form uses the shared instance
+    // The record's own forms use the shared instance, which has no file for it either.
+    EXPECT_THROW(agent.unload(), LaunchControlError);
+    EXPECT_THROW(agent.load(), LaunchControlError);
 
     control.start(agent);
     EXPECT_EQ(calls(1), Lines{"start|com.example.job"});

@@ -96,6 +96,7 @@ TEST_F(ProcessScriptHostTest, NoObjectWithoutAnExecutableResourceOfThatName) {
     EXPECT_FALSE(host.makeObject("OutlookScriptObj")); // not executable
     writeScript("exit 0\n");
     EXPECT_TRUE(host.makeObject("OutlookScriptObj"));
+    EXPECT_TRUE(ProcessScriptHost().makeObject("OutlookScriptObj")); // loads the scripts itself
     for (const char* other : {"Other", "../Resources/OutlookScriptObj", ""}) {
         EXPECT_FALSE(host.makeObject(other)) << other;
     }

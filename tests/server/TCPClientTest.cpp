@@ -18,7 +18,9 @@ bool peerClosed(int accepted) {
 TEST(TCPClientTest, ConstructionCausesNoTrafficAndABadPortFailsTheConnect) {
     TCPClient client("no.such.host.invalid", 1);
     EXPECT_EQ(client.send("x")->localizedDescription, "Transport endpoint is not connected");
-    EXPECT_EQ(TCPClient("127.0.0.1", 70000).connect(1)->localizedDescription, "Invalid port: 70000");
+    EXPECT_EQ(TCPClient("127.0.0.1", 65536).connect(1)->localizedDescription, "Invalid port: 65536");
+    const auto highest = TCPClient("127.0.0.1", 65535).connect(1);
+    EXPECT_TRUE(!highest || highest->localizedDescription != "Invalid port: 65535");
 }
 
 TEST(TCPClientTest, ReadsAndSendsOverANamedHostAndTheSocketClosesOnReconnectAndDrop) {
