@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace varnoth::test {
+
+// Compares a whole transcript (log lines, a request, a report) with the expected text kept as data in
+// tests/golden/<name>.txt, so a long exact output is one line of test code. Each pair in `replace` turns
+// a run-dependent text (a port, a temporary folder) into a stable placeholder first. With
+// VARNOTH_UPDATE_GOLDEN=1 the file is rewritten from the actual text instead: review its diff.
+void expectGolden(const std::string& name, std::string actual,
+                  const std::vector<std::pair<std::string, std::string>>& replace = {});
+
+// Lines joined with a newline after each, the form the golden files hold.
+std::string joinLines(const std::vector<std::string>& lines);
+
+} // namespace varnoth::test
