@@ -10,14 +10,14 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Application.h"
 #include "platform/Platform.h"
+#include "platform/deterministic/FixedHostInfo.h"
+#include "platform/deterministic/ManualAccessibility.h"
+#include "platform/deterministic/ManualMainQueue.h"
+#include "platform/deterministic/MemoryUserDefaults.h"
+#include "platform/deterministic/RecordingAlerts.h"
+#include "platform/deterministic/RecordingStatusItem.h"
+#include "platform/deterministic/RecordingWorkspace.h"
 #include "platform/posix/ProcessScriptHost.h"
-#include "tests/support/FakeAccessibility.h"
-#include "tests/support/FakeAlerts.h"
-#include "tests/support/FakeHostInfo.h"
-#include "tests/support/FakeStatusItem.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualMainQueue.h"
-#include "tests/support/MemoryUserDefaults.h"
 #include "tests/support/ServerProcess.h"
 
 #include <benchmark/benchmark.h>
@@ -131,13 +131,13 @@ public:
 private:
     std::filesystem::path root_;
     std::unique_ptr<test::ServerProcess> server_;
-    test::ManualMainQueue queue_;
-    test::MemoryUserDefaults defaults_;
-    test::FakeHostInfo host_;
-    test::FakeAccessibility accessibility_;
-    test::FakeStatusItem statusItem_;
-    test::FakeAlerts alerts_;
-    test::FakeWorkspace workspace_;
+    ManualMainQueue queue_;
+    MemoryUserDefaults defaults_;
+    FixedHostInfo host_;
+    ManualAccessibility accessibility_;
+    RecordingStatusItem statusItem_;
+    RecordingAlerts alerts_;
+    RecordingWorkspace workspace_;
     ProcessScriptHost scripts_;
     QuietApplication application_;
 };

@@ -2,7 +2,7 @@
 
 #include "base/Logger.h"
 #include "platform/Platform.h"
-#include "tests/support/MemoryUserDefaults.h"
+#include "platform/deterministic/MemoryUserDefaults.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -39,7 +39,7 @@ void FuzzEnvironment::setUp() {
     }
     Logger::setLogFilePath(home / ".local/state/fuzz.log");
 
-    static test::MemoryUserDefaults defaults;
+    static MemoryUserDefaults defaults;
     Platform::Ports ports;
     ports.userDefaults = &defaults;
     ports.bundle.name = "Varnoth Brelvane Agent";

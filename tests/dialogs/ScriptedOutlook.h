@@ -1,8 +1,8 @@
 #pragma once
 
 #include "outlook/OutlookHandler.h"
+#include "outlook/RecordingScriptHost.h"
 #include "platform/Platform.h"
-#include "tests/support/RecordingScriptHost.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #include "outlook/OutlookHandler.h"
+#include "outlook/RecordingScriptHost.h"
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"
-#include "tests/support/RecordingScriptHost.h"
 
 namespace varnoth::test {
 namespace {

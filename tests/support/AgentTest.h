@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/Application.h"
-#include "tests/support/FakeAccessibility.h"
-#include "tests/support/FakeAlerts.h"
-#include "tests/support/FakeHostInfo.h"
-#include "tests/support/FakeStatusItem.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualMainQueue.h"
-#include "tests/support/MemoryUserDefaults.h"
+#include "platform/deterministic/FixedHostInfo.h"
+#include "platform/deterministic/ManualAccessibility.h"
+#include "platform/deterministic/ManualMainQueue.h"
+#include "platform/deterministic/MemoryUserDefaults.h"
+#include "platform/deterministic/RecordingAlerts.h"
+#include "platform/deterministic/RecordingApplication.h"
+#include "platform/deterministic/RecordingStatusItem.h"
+#include "platform/deterministic/RecordingWorkspace.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -17,15 +17,6 @@
 #include <vector>
 
 namespace varnoth::test {
-
-// Records what the agent asks of the running application.
-class FakeApplication final : public Application {
-public:
-    void activate() override { ++activations; }
-    void showAbout() override { ++aboutPanels; }
-    void terminate() override { ++terminations; }
-    int activations = 0, aboutPanels = 0, terminations = 0;
-};
 
 // Base of the tests that run agent code: a temporary HOME with its XDG folders and system configuration
 // folder, the log file inside it, deterministic ports, and a configuration read anew per test.
@@ -49,12 +40,12 @@ protected:
 
     ManualMainQueue queue;
     MemoryUserDefaults defaults;
-    FakeHostInfo host;
-    FakeAccessibility accessibility;
-    FakeStatusItem statusItem;
-    FakeAlerts alerts;
-    FakeWorkspace workspace;
-    FakeApplication application;
+    FixedHostInfo host;
+    ManualAccessibility accessibility;
+    RecordingStatusItem statusItem;
+    RecordingAlerts alerts;
+    RecordingWorkspace workspace;
+    RecordingApplication application;
 
 private:
     std::filesystem::path root_;

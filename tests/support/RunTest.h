@@ -1,9 +1,9 @@
 #pragma once
 
 #include "agent/AppDelegate.h"
+#include "platform/deterministic/FastClock.h"
 #include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/AgentTest.h"
-#include "tests/support/FastClock.h"
 #include "tests/support/ServerProcess.h"
 
 #include <filesystem>

@@ -11,7 +11,7 @@
 #include "base/Logger.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
-#include "tests/support/MemoryUserDefaults.h"
+#include "platform/deterministic/MemoryUserDefaults.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
     Logger::setLogFilePath(scratch / "agent.log");
 
     QApplication application(argc, argv);
-    test::MemoryUserDefaults defaults;
+    MemoryUserDefaults defaults;
     QtStatusItem tray(VARNOTH_TEST_RESOURCES);
     QtDesktop desktop(false);
     Platform::Ports ports;

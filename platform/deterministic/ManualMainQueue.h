@@ -8,7 +8,7 @@
 #include <map>
 #include <memory>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // A main queue on virtual time, which is also the clock: tests advance the time and the due tasks
 // run in order, so half-second and one-hour delays are tested instantly.
@@ -52,4 +52,4 @@ private:
     std::chrono::steady_clock::time_point steadyStart_ = std::chrono::steady_clock::now();
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

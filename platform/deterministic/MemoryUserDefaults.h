@@ -5,7 +5,7 @@
 #include <map>
 #include <variant>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // User defaults in memory.
 class MemoryUserDefaults final : public UserDefaults {
@@ -32,4 +32,4 @@ private:
     std::map<std::string, std::variant<std::string, std::vector<std::string>>> values_;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <stdexcept>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // Records what the agent shows in the menu bar; choose() plays a click on a menu entry.
-class FakeStatusItem final : public StatusItem {
+class RecordingStatusItem final : public StatusItem {
 public:
     bool hasButton() const override { return button; }
     void setImage(const std::string& name) override { images.push_back(name); }
@@ -35,4 +35,4 @@ public:
     std::vector<MenuItem> menu;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

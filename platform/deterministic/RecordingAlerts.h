@@ -5,10 +5,10 @@
 #include <functional>
 #include <vector>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // Records every modal alert; whileShown runs inside the alert, as a nested event loop would.
-class FakeAlerts final : public Alerts {
+class RecordingAlerts final : public Alerts {
 public:
     struct Alert {
         std::string title, message, button;
@@ -23,4 +23,4 @@ public:
     std::function<void()> whileShown;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

@@ -2,9 +2,9 @@
 
 #include "platform/HostInfo.h"
 
-namespace varnoth::test {
+namespace varnoth {
 
-class FakeHostInfo final : public HostInfo {
+class FixedHostInfo final : public HostInfo {
 public:
     std::string operatingSystemVersion() const override { return osVersion; }
     std::string loginName() const override { return login; }
@@ -15,4 +15,4 @@ public:
     std::optional<std::string> computer = "Test Mac";
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

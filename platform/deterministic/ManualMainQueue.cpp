@@ -1,8 +1,8 @@
-#include "tests/support/ManualMainQueue.h"
+#include "platform/deterministic/ManualMainQueue.h"
 
 #include <algorithm>
 
-namespace varnoth::test {
+namespace varnoth {
 
 class ManualMainQueue::Timer final : public RepeatingTimer {
 public:
@@ -52,4 +52,4 @@ std::size_t ManualMainQueue::activeTimerCount() const {
     }));
 }
 
-} // namespace varnoth::test
+} // namespace varnoth

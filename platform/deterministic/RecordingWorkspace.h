@@ -4,9 +4,9 @@
 
 #include <vector>
 
-namespace varnoth::test {
+namespace varnoth {
 
-class FakeWorkspace final : public Workspace {
+class RecordingWorkspace final : public Workspace {
 public:
     bool openFile(const std::filesystem::path& path) override {
         opened.push_back(path);
@@ -15,4 +15,4 @@ public:
     std::vector<std::filesystem::path> opened;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // A script host that plays Outlook in memory and records every message sent to its objects, in order.
 // By default getVersion answers `version`, getDefaultAccount `account`, the signature operations work
@@ -112,4 +112,4 @@ private:
     }
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

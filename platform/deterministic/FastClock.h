@@ -1,11 +1,11 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "tests/support/ManualMainQueue.h"
+#include "platform/deterministic/ManualMainQueue.h"
 
 #include <chrono>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // Wall time from the virtual main queue, and a steady time that can run a number of times faster than
 // the real one. Read loops that bound themselves by the steady clock then give up after a fraction of
@@ -32,4 +32,4 @@ private:
     std::chrono::steady_clock::time_point steadyBase_ = realBase_;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth

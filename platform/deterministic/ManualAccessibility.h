@@ -5,10 +5,10 @@
 #include <map>
 #include <vector>
 
-namespace varnoth::test {
+namespace varnoth {
 
 // The permission as a test sets it; deliver() plays the system's notification.
-class FakeAccessibility final : public Accessibility {
+class ManualAccessibility final : public Accessibility {
 public:
     bool isTrusted(bool prompt) override {
         prompts.push_back(prompt);
@@ -36,4 +36,4 @@ private:
     Token lastToken_ = 0;
 };
 
-} // namespace varnoth::test
+} // namespace varnoth
