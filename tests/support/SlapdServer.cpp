@@ -15,31 +15,6 @@ namespace {
 
 constexpr const char* slapdPath = "/usr/sbin/slapd";
 constexpr const char* slapaddPath = "/usr/sbin/slapadd";
-
-// Just what the tests need, so that nothing is read from the system's schema folder. The
-// serviceConnectionPoint class and its attributes keep the OIDs they have in Active Directory.
-constexpr const char* schema = R"(
-attributetype ( 0.9.2342.19200300.100.1.25 NAME ( 'dc' 'domainComponent' )
-  EQUALITY caseIgnoreIA5Match SUBSTR caseIgnoreIA5SubstringsMatch
-  SYNTAX 1.3.6.1.4.1.1466.115.121.1.26 SINGLE-VALUE )
-attributetype ( 2.16.840.1.113730.3.1.241 NAME 'displayName'
-  EQUALITY caseIgnoreMatch ORDERING caseIgnoreOrderingMatch SUBSTR caseIgnoreSubstringsMatch
-  SYNTAX 1.3.6.1.4.1.1466.115.121.1.15 )
-attributetype ( 1.2.840.113556.1.4.48 NAME 'keywords'
-  EQUALITY caseIgnoreMatch SUBSTR caseIgnoreSubstringsMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.15 )
-attributetype ( 1.2.840.113556.1.4.657 NAME 'serviceDNSName'
-  EQUALITY caseIgnoreMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.15 )
-attributetype ( 1.3.6.1.4.1.55555.1.1 NAME 'defaultNamingContext'
-  EQUALITY distinguishedNameMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.12 SINGLE-VALUE )
-attributetype ( 1.3.6.1.4.1.55555.1.2 NAME 'rawName'
-  EQUALITY octetStringMatch SYNTAX 1.3.6.1.4.1.1466.115.121.1.40 )
-objectclass ( 0.9.2342.19200300.100.4.13 NAME 'domain' SUP top STRUCTURAL MUST dc MAY description )
-objectclass ( 1.2.840.113556.1.5.126 NAME 'serviceConnectionPoint' SUP top STRUCTURAL
-  MUST cn MAY ( keywords $ serviceDNSName $ description ) )
-objectclass ( 1.3.6.1.4.1.55555.2.1 NAME 'directoryAccount' SUP top STRUCTURAL
-  MUST cn MAY ( userPassword $ description $ displayName $ rawName ) )
-)";
-
 } // namespace
 
 std::string SlapdServer::serviceConnectionPoint(const std::string& name,
@@ -70,9 +45,9 @@ SlapdServer::~SlapdServer() {
 // Writes the configuration and the entries and loads them with slapadd.
 bool SlapdServer::load() {
     const std::string folder = folder_.string();
-    std::string config = "include " + folder + "/schema\nmodulepath /usr/lib/ldap\nmoduleload back_mdb\n" +
-                         "moduleload sssvlv\npidfile " + folder + "/slapd.pid\nargsfile " + folder +
-                         "/slapd.args\n";
+    std::string config = std::string("include ") + VARNOTH_SLAPD_SCHEMA +
+                         "\nmodulepath /usr/lib/ldap\nmoduleload back_mdb\n" + "moduleload sssvlv\npidfile " +
+                         folder + "/slapd.pid\nargsfile " + folder + "/slapd.args\n";
     if (!options_.defaultNamingContext.empty()) {
         config += "rootDSE " + folder + "/rootdse.ldif\n";
     }
@@ -89,7 +64,7 @@ bool SlapdServer::load() {
                                 "\nobjectClass: directoryAccount\ncn: " + bindName +
                                 "\nuserPassword: " + bindPassword + "\n\n" + options_.entries;
     std::filesystem::create_directories(folder_ / "db");
-    if (!writeWholeFile(folder_ / "schema", schema) || !writeWholeFile(folder_ / "slapd.conf", config) ||
+    if (!writeWholeFile(folder_ / "slapd.conf", config) ||
         !writeWholeFile(folder_ / "rootdse.ldif",
                         "dn:\ndefaultNamingContext: " + options_.defaultNamingContext + "\n") ||
         !writeWholeFile(folder_ / "data.ldif", entries)) {
