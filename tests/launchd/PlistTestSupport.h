@@ -53,7 +53,10 @@ expectTranscript(const std::string& name,
         if (line.empty() || line.starts_with("#")) {
             transcript += line + "\n";
         } else if (!line.starts_with("= ")) {
-            transcript += line + "\n= " + answer(line.substr(0, space), line.substr(space + 1)) + "\n";
+            transcript +=
+                line + "\n= " +
+                answer(line.substr(0, space), space == std::string::npos ? "" : line.substr(space + 1)) +
+                "\n";
         }
     }
     expectGolden(name, transcript);
