@@ -8,22 +8,6 @@
 namespace varnoth::test {
 namespace {
 
-// Case text with \n, \r and \xHH written out.
-std::string unescaped(const std::string& text) {
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            bytes += text[at];
-        } else if (text[++at] == 'x') {
-            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
-            at += 2;
-        } else {
-            bytes += text[at] == 'n' ? '\n' : '\r';
-        }
-    }
-    return bytes;
-}
-
 class ConfigTest : public AgentTest {
 protected:
     std::filesystem::path plistPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.plist"; }

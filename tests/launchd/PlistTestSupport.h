@@ -39,6 +39,22 @@ template <typename T> T decodedFrom(const std::string& dictionaryBody) {
     return PropertyListDecoder().decode<T>(xmlPlist(dictionaryBody));
 }
 
+// Case text with \n, \r, \t and \xHH written out.
+inline std::string unescaped(const std::string& text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\\') {
+            bytes += text[at];
+        } else if (text[++at] == 'x') {
+            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
+            at += 2;
+        } else {
+            bytes += text[at] == 'n' ? '\n' : text[at] == 'r' ? '\r' : '\t';
+        }
+    }
+    return bytes;
+}
+
 // Answers each case of tests/golden/<name>.txt and compares the file with its cases and answers. A case is a
 // line "word rest"; its answer is the line after it, written as "= answer". Blank lines and lines starting
 // with "#" explain the cases and are kept.
