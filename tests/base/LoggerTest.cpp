@@ -1,7 +1,10 @@
 #include "base/Logger.h"
+#include "base/TextValues.h"
+#include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
 
 #include <regex>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +80,29 @@ TEST_F(LoggerTest, TheFileIsTheUsersOwnNeverALinkAndRotatedPastTenMegabytes) {
     Logger::log("through the link");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "logging failed\n");
     EXPECT_EQ(std::filesystem::file_size(root() / "target"), 4u);
+}
+
+// Integers are whole decimals with an optional sign; floats ignore the locale, reject partial text, and out
+// of range are infinite or zero as the platform's parser has it; the shortest text of a float has no
+// exponent.
+TEST(TextValuesTest, ParsingTrimmingAndUtf8Transcript) {
+    expectTranscript("base/text-values", [](const std::string& word, const std::string& rest) {
+        const std::string text = unescaped(rest);
+        std::ostringstream out;
+        if (word == "integer") {
+            const auto value = text::parseInteger<std::int32_t>(text);
+            value ? out << *value : out << "none";
+        } else if (word == "float") {
+            const auto value = text::parseFloat(text);
+            value ? out << *value << " shown " << text::shortestFloat(*value) : out << "none";
+        } else if (word == "trimmed") {
+            out << '[' << text::trimmed(text) << ']';
+        } else {
+            out << (text::isValidUtf8(text) ? "valid" : "invalid");
+        }
+        return out.str();
+    });
+    EXPECT_EQ(text::replaceAll("a<b<c", "<", "&lt;"), "a&lt;b&lt;c");
 }
 
 } // namespace

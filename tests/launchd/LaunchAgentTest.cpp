@@ -1,25 +1,67 @@
 #include "launchd/LaunchAgent.h"
+#include "launchd/FilePermissions.h"
+#include "launchd/MachService.h"
+#include "launchd/PermissionBits.h"
+#include "launchd/ProcessType.h"
+#include "launchd/ResourceLimits.h"
+#include "launchd/StartCalendarInterval.h"
+#include "launchd/inetdCompatibility.h"
 #include "tests/launchd/PlistTestSupport.h"
 
 #include <gtest/gtest.h>
+#include <limits>
+#include <sstream>
 
 namespace varnoth::test {
 namespace {
 
-using Kind = PropertyListError::Kind;
-using namespace std::string_literals;
 using Words = std::vector<std::string>;
 
-TEST(LaunchAgentTest, OnlyKnownKeysThatArePresentAreWritten) {
-    EXPECT_EQ(rootKeys(encodedXml(LaunchAgent("job"))), Words{"Label"});
-    const auto agent =
-        decodedFrom<LaunchAgent>("<key>Label</key><string>job</string><key>keepalive</key><dict/>"
-                                 "<key>AssociatedBundleIdentifiers</key><array/>"
-                                 "<key>Umask</key><integer>18</integer>");
-    EXPECT_EQ(rootKeys(encodedXml(agent)), (Words{"Label", "Umask"}));
+// The record decoded from a dictionary body and encoded again on one line, or the error that stopped it.
+template <typename T> std::string reencoded(const std::string& body) {
+    try {
+        std::string xml = encodedXml(decodedFrom<T>(body));
+        std::erase_if(xml, [](char c) { return c == '\n' || c == '\t'; });
+        return xml.substr(xml.find("<dict"), xml.rfind("</plist>") - xml.find("<dict"));
+    } catch (const PropertyListError& error) {
+        return error.what();
+    }
 }
 
-TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistentButDecodingDoesNot) {
+TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
+    const std::map<std::string, std::string (*)(const std::string&)> records = {
+        {"LaunchAgent", reencoded<LaunchAgent>},
+        {"StartCalendarInterval", reencoded<StartCalendarInterval>},
+        {"MachService", reencoded<MachService>},
+        {"inetdCompatibility", reencoded<inetdCompatibility>},
+        {"ResourceLimits", reencoded<ResourceLimits>}};
+    expectTranscript("launchd/decoding",
+                     [&](const auto& type, const auto& body) { return records.at(type)(body); });
+    for (const std::string bytes : {"<plist><array/></plist>", "not a property list", ""}) {
+        EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
+    }
+    LaunchAgent agent("job");
+    EXPECT_EQ(rootKeys(encodedXml(agent)), Words{"Label"});
+    for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
+        agent.workingDirectory = bad;
+        EXPECT_THROW(encodedXml(agent), PropertyListError);
+    }
+    // The transcript shows this text is the encoding of the decoded record.
+    EXPECT_EQ(
+        decodedFrom<StartCalendarInterval>("<key>Month</key><integer>3</integer><key>Weekday</key><integer>7"
+                                           "</integer><key>Day</key><integer>2</integer><key>Hour</key>"
+                                           "<integer>3</integer><key>Minute</key><integer>4</integer>"),
+        StartCalendarInterval(StartMonth::march, StartWeekday::sunday, 2, 3, 4));
+    for (const auto& [type, raw] : {std::pair(ProcessType::standard, "Standard"),
+                                    {ProcessType::background, "Background"},
+                                    {ProcessType::adaptive, "Adaptive"},
+                                    {ProcessType::interactive, "Interactive"}}) {
+        EXPECT_EQ(rawValue(type), raw);
+        EXPECT_EQ(processTypeFromRawValue(raw), type);
+    }
+}
+
+TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistent) {
     const auto expectProgram = [](const LaunchAgent& agent, std::optional<std::string> program,
                                   std::optional<Words> arguments) {
         EXPECT_EQ(agent.program(), program);
@@ -27,10 +69,7 @@ TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistentButDecodingDoesNot)
     };
     expectProgram(LaunchAgent("job", {"/bin/tool"}), "/bin/tool", std::nullopt);
     expectProgram(LaunchAgent("job", {"/bin/tool", "-v"}), std::nullopt, Words{"/bin/tool", "-v"});
-    const LaunchAgent none("job", {});
-    expectProgram(none, std::nullopt, Words{});
-    EXPECT_EQ(rootKeys(encodedXml(none)), (Words{"Label", "ProgramArguments"}));
-    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(none)).programArguments(), Words{});
+    expectProgram(LaunchAgent("job", {}), std::nullopt, Words{});
 
     LaunchAgent agent("job");
     agent.setProgramArguments(Words{"/bin/only"});
@@ -51,73 +90,54 @@ TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistentButDecodingDoesNot)
         agent.setNice(given);
         EXPECT_EQ(agent.nice(), stored) << given;
     }
-
-    const auto decoded =
-        decodedFrom<LaunchAgent>("<key>Label</key><string>both</string>"
-                                 "<key>Program</key><string>/bin/p</string>"
-                                 "<key>ProgramArguments</key><array><string>1</string></array>"
-                                 "<key>Nice</key><integer>99</integer>"
-                                 "<key>StartInterval</key><integer>9223372036854775807</integer>"
-                                 "<key>ExitTimeOut</key><integer>-9223372036854775808</integer>"
-                                 "<key>StartCalendarInterval</key><dict><key>Minute</key>"
-                                 "<integer>75</integer></dict>");
-    expectProgram(decoded, "/bin/p", Words{"1"});
-    EXPECT_EQ(decoded.nice(), 99);
-    EXPECT_EQ(decoded.startInterval, std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(decoded.exitTimeOut, std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(decoded.startCalendarInterval->minute(), 75);
 }
 
-// The kind of error and the first key of its path, for a record that must not decode.
-std::pair<Kind, std::string> decodingFailure(const std::string& body) {
-    try {
-        decodedFrom<LaunchAgent>(body);
-    } catch (const PropertyListError& error) {
-        return {error.kind(), error.codingPath().empty() ? "" : error.codingPath().front()};
-    }
-    return {Kind::invalidValue, "decoded without error"};
+TEST(StartCalendarIntervalTest, SettersClampAndConstructionKeepsValues) {
+    StartCalendarInterval interval;
+    interval.setDay(0);
+    interval.setHour(24);
+    interval.setMinute(60);
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 1, 23, 59));
+    interval.setDay(40);
+    interval.setHour(-1);
+    interval.setMinute(std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, 0));
+    interval.setDay(31);
+    interval.setMinute(std::nullopt);
+    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, std::nullopt));
+    const StartCalendarInterval constructed(std::nullopt, std::nullopt, 40, 99, -3);
+    EXPECT_EQ(constructed.day(), 40);
+    EXPECT_EQ(constructed.minute(), -3);
 }
 
-TEST(LaunchAgentTest, AMissingLabelOrAKnownKeyOfAnotherTypeFailsTheWholeRecord) {
-    EXPECT_EQ(decodingFailure("<key>Program</key><string>/bin/p</string>"),
-              std::pair(Kind::keyNotFound, "Label"s));
-    const std::vector<std::tuple<std::string, std::string, Kind>> rows = {
-        {"Label", "<integer>1</integer>", Kind::typeMismatch},
-        {"KeepAlive", "<dict><key>SuccessfulExit</key><false/></dict>", Kind::typeMismatch},
-        {"Umask", "<string>022</string>", Kind::typeMismatch},
-        {"StartCalendarInterval", "<array><dict/></array>", Kind::typeMismatch},
-        {"StartCalendarInterval", "<dict><key>Month</key><integer>13</integer></dict>", Kind::dataCorrupted},
-        {"MachServices", "<dict><key>x</key><true/></dict>", Kind::typeMismatch},
-        {"ProcessType", "<string>background</string>", Kind::dataCorrupted},
-        {"LimitLoadToSessionType", "<string>Aqua</string>", Kind::typeMismatch},
-        {"ProgramArguments", "<array><string>a</string><integer>1</integer></array>", Kind::typeMismatch},
-        {"EnvironmentVariables", "<dict><key>N</key><integer>1</integer></dict>", Kind::typeMismatch},
-        {"RunAtLoad", "<integer>1</integer>", Kind::typeMismatch},
-        {"Nice", "<real>1.0</real>", Kind::typeMismatch},
-        {"Nice", "<integer>9223372036854775808</integer>", Kind::typeMismatch}, // beyond 64 signed bits
-        {"Umask", "<integer>99999999999999999999</integer>", Kind::typeMismatch},
-        {"ExitTimeOut", "<integer> -9223372036854775809</integer>", Kind::typeMismatch},
-    };
-    for (const auto& [key, value, kind] : rows) {
-        const std::string label = key == "Label" ? "" : "<key>Label</key><string>x</string>";
-        EXPECT_EQ(decodingFailure(label + "<key>" + key + "</key>" + value), std::pair(kind, key)) << value;
-    }
-    for (const std::string bytes : {"<plist><array/></plist>", "not a property list", ""}) {
-        EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
-    }
+TEST(PermissionBitsTest, SetOperationsReportWhatChanged) {
+    PermissionBits bits{PermissionBits::read, PermissionBits::execute};
+    EXPECT_EQ(bits.insert(PermissionBits::read), std::make_pair(false, PermissionBits::read));
+    EXPECT_EQ(bits.insert(PermissionBits::write), std::make_pair(true, PermissionBits::write));
+    EXPECT_EQ(bits.remove(PermissionBits::execute), PermissionBits::execute);
+    EXPECT_EQ(bits.remove(PermissionBits::execute), std::nullopt);
+    EXPECT_EQ(bits.update(PermissionBits{PermissionBits::read, PermissionBits::execute}),
+              PermissionBits::read);
+    EXPECT_EQ(bits.update(PermissionBits(8)), std::nullopt);
+    EXPECT_EQ(bits.rawValue(), 15);
 }
 
-TEST(LaunchAgentTest, TextThatAPropertyListCannotCarryFailsTheEncoding) {
-    LaunchAgent agent("job");
-    for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
-        agent.workingDirectory = bad;
-        EXPECT_THROW(encodedXml(agent), PropertyListError);
-    }
-    // Dictionary keys with entities, one right after the other.
-    agent.workingDirectory = "/w";
-    agent.environmentVariables = std::map<std::string, std::string>{{"a&<b", "v"}};
-    EXPECT_EQ(PropertyListDecoder().decode<LaunchAgent>(encodedXml(agent)).environmentVariables,
-              agent.environmentVariables);
+TEST(FilePermissionsTest, NumbersAndTextsTranscript) {
+    expectTranscript("launchd/permissions", [](const std::string& word, const std::string& rest) {
+        std::istringstream numbers(rest);
+        std::int64_t a = 0, b = 0, c = 0;
+        numbers >> a >> b >> c;
+        const auto texts = [](const FilePermissions& p) { return p.octal() + " " + p.symbolic(); };
+        if (word == "bits") {
+            const FilePermissions p{PermissionBits(a), PermissionBits(b), PermissionBits(c)};
+            return std::to_string(p.value()) + " " + texts(p) + " umask " + p.umaskOctal() + " " +
+                   std::to_string(p.umaskValue()) + ", " + p.description();
+        }
+        if (word == "fromValue" || word == "fromUmask") {
+            return texts(word == "fromValue" ? FilePermissions::fromValue(a) : FilePermissions::fromUmask(a));
+        }
+        return word == "octalText" ? FilePermissions::octalText(a) : PermissionBits(a).description();
+    });
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "launchd/LaunchControl.h"
 #include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
+#include "tests/support/ServerProcess.h"
 
 #include <chrono>
 #include <fstream>
@@ -188,6 +190,25 @@ TEST(LaunchControlStatusTest, ListingOutputEdgeCases) {
     };
     for (const auto& [cut, grep, status] : rows) {
         EXPECT_EQ(LaunchControl::statusFromListing(cut, grep, "job"), status) << cut;
+    }
+}
+
+// Job files in the shapes installers write, by Python's plistlib (an independent writer) in XML and binary
+// form; between them they hold every key of a job record. Each comes back as XML with the original's content
+// and types (true is not 1) in the record's key order, less the keys the record does not know.
+TEST_F(LaunchControlTest, JobFilesOfAnotherWriterComeBackWithTheSameContent) {
+    PropertyListEncoder binary;
+    binary.outputFormat = PropertyListEncoder::OutputFormat::binary;
+    for (const std::string name : {"homebrew.mxcl.postgresql.plist", "org.example.sync.plist"}) {
+        const auto original = std::filesystem::path(VARNOTH_GOLDEN_DIR) / "launchd/jobs" / name;
+        LaunchAgent agent = control.read(original);
+        EXPECT_EQ(agent.url, original);
+        control.writeCalled(agent, name);
+        EXPECT_EQ(control.read(*agent.url), agent);
+        expectGolden("launchd/rewritten/" + name, readWholeFile(*agent.url));
+        LaunchAgent fromBinary = PropertyListDecoder().decode<LaunchAgent>(binary.encode(agent));
+        fromBinary.url = agent.url;
+        EXPECT_EQ(fromBinary, agent);
     }
 }
 
