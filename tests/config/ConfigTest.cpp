@@ -1,7 +1,7 @@
 #include "config/Config.h"
 #include "base/TextValues.h"
-#include "tests/launchd/PlistTestSupport.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 
 #include <sstream>
 

@@ -6,9 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -37,45 +34,6 @@ template <typename T> std::string encodedXml(const T& value) {
 
 template <typename T> T decodedFrom(const std::string& dictionaryBody) {
     return PropertyListDecoder().decode<T>(xmlPlist(dictionaryBody));
-}
-
-// Case text with \n, \r, \t and \xHH written out.
-inline std::string unescaped(const std::string& text) {
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            bytes += text[at];
-        } else if (text[++at] == 'x') {
-            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
-            at += 2;
-        } else {
-            bytes += text[at] == 'n' ? '\n' : text[at] == 'r' ? '\r' : '\t';
-        }
-    }
-    return bytes;
-}
-
-// Answers each case of tests/golden/<name>.txt and compares the file with its cases and answers. A case is a
-// line "word rest"; its answer is the line after it, written as "= answer". Blank lines and lines starting
-// with "#" explain the cases and are kept.
-inline void
-expectTranscript(const std::string& name,
-                 const std::function<std::string(const std::string&, const std::string&)>& answer) {
-    std::ifstream in(std::filesystem::path(VARNOTH_GOLDEN_DIR) / (name + ".txt"));
-    ASSERT_TRUE(in) << name;
-    std::string transcript;
-    for (std::string line; std::getline(in, line);) {
-        const auto space = line.find(' ');
-        if (line.empty() || line.starts_with("#")) {
-            transcript += line + "\n";
-        } else if (!line.starts_with("= ")) {
-            transcript +=
-                line + "\n= " +
-                answer(line.substr(0, space), space == std::string::npos ? "" : line.substr(space + 1)) +
-                "\n";
-        }
-    }
-    expectGolden(name, transcript);
 }
 
 } // namespace varnoth::test

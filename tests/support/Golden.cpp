@@ -37,4 +37,38 @@ std::string joinLines(const std::vector<std::string>& lines) {
     return text;
 }
 
+std::string unescaped(const std::string& text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\\') {
+            bytes += text[at];
+        } else if (text[++at] == 'x') {
+            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
+            at += 2;
+        } else {
+            bytes += text[at] == 'n' ? '\n' : text[at] == 'r' ? '\r' : '\t';
+        }
+    }
+    return bytes;
+}
+
+void expectTranscript(const std::string& name,
+                      const std::function<std::string(const std::string&, const std::string&)>& answer) {
+    std::ifstream in(std::filesystem::path(VARNOTH_GOLDEN_DIR) / (name + ".txt"));
+    ASSERT_TRUE(in) << name;
+    std::string transcript;
+    for (std::string line; std::getline(in, line);) {
+        const auto space = line.find(' ');
+        if (line.empty() || line.starts_with("#")) {
+            transcript += line + "\n";
+        } else if (!line.starts_with("= ")) {
+            transcript +=
+                line + "\n= " +
+                answer(line.substr(0, space), space == std::string::npos ? "" : line.substr(space + 1)) +
+                "\n";
+        }
+    }
+    expectGolden(name, transcript);
+}
+
 } // namespace varnoth::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,5 +16,14 @@ void expectGolden(const std::string& name, std::string actual,
 
 // Lines joined with a newline after each, the form the golden files hold.
 std::string joinLines(const std::vector<std::string>& lines);
+
+// Case text with \n, \r, \t and \xHH written out.
+std::string unescaped(const std::string& text);
+
+// Answers each case of tests/golden/<name>.txt and compares the file with its cases and answers. A case is a
+// line "word rest"; its answer is the line after it, written as "= answer". Blank lines and lines starting
+// with "#" explain the cases and are kept.
+void expectTranscript(const std::string& name,
+                      const std::function<std::string(const std::string&, const std::string&)>& answer);
 
 } // namespace varnoth::test
