@@ -3,21 +3,26 @@
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"
-
-#include <algorithm>
+#include "tests/support/Golden.h"
 
 namespace varnoth::test {
 namespace {
 
-using Lines = std::vector<std::string>;
 using Action = SignatureAction;
 
+// Each test writes the dialog's message and button, the log and the messages that change Outlook into a
+// transcript compared with tests/golden/dialogs/apply/<test>.txt.
 class ApplyViewControllerTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
         outlook.emplace();
         controller.emplace(&view);
+    }
+    void TearDown() override {
+        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+        expectGolden(std::string("dialogs/apply/") + test->name(), out.str());
+        AgentTest::TearDown();
     }
     // What the update run does before it shows the window, then the window appearing.
     void show(std::optional<SignatureDescriptor> signature) {
@@ -32,14 +37,29 @@ protected:
         answer.replySignatureAction = replyAction;
         show(answer);
     }
-    long count(const std::string& line) const {
-        const auto lines = logLines();
-        return std::count(lines.begin(), lines.end(), line);
+    // The message by its name, the button, the log and the messages that change Outlook.
+    void look(const std::string& step) {
+        const std::map<std::string, std::string> messages = {
+            {ApplyViewController::notChangedMessage, "not changed"},
+            {ApplyViewController::automaticMessage, "automatic"},
+            {ApplyViewController::manualMessage, "manual"}};
+        out << "== " << step << "\n"
+            << (messages.count(view.message) ? messages.at(view.message) : view.message)
+            << "\n-- button hidden " << view.configureButtonHidden.value_or(-1) << ", automatic "
+            << controller->allowAutomaticConfigure() << ", closed " << view.closes << ", loads "
+            << outlook->script.loads << "\n"
+            << joinLines(logLines());
+        for (const auto& message : outlook->changes()) {
+            out << "> " << message.selector << " " << joinLines(message.arguments);
+        }
+        clearLog();
+        outlook->script.messages.clear();
     }
 
     std::optional<ScriptedOutlook> outlook;
     FakeApplyView view;
     std::optional<ApplyViewController> controller; // made in SetUp: it reads the configuration
+    std::ostringstream out;
 };
 
 // One dialog reused for every answer, while the administrator changes the permission between updates:
@@ -50,57 +70,34 @@ TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrent
         writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
                   std::string("AllowConfigureDefaultSignatures=") + (allowed ? "1" : "0") + "\n");
         Config::setShared(nullptr);
-        EXPECT_EQ(ApplyViewController(&view).allowAutomaticConfigure(), allowed);
+        out << "allowed " << ApplyViewController(&view).allowAutomaticConfigure() << "\n";
         for (auto newAction : actions) {
             for (auto replyAction : actions) {
-                SCOPED_TRACE(testing::Message()
-                             << allowed << " " << int(newAction) << "/" << int(replyAction));
                 show(newAction, replyAction);
-                const bool same = newAction == Action::dontchange && replyAction == Action::dontchange;
-                EXPECT_EQ(view.message, same      ? ApplyViewController::notChangedMessage
-                                        : allowed ? ApplyViewController::automaticMessage
-                                                  : ApplyViewController::manualMessage);
-                EXPECT_EQ(controller->allowAutomaticConfigure(), allowed && !same);
-                EXPECT_EQ(view.configureButtonHidden, !allowed || same);
+                look(std::to_string(int(newAction)) + "/" + std::to_string(int(replyAction)));
             }
         }
     }
 }
 
 // Close only closes; each configure click logs, gets a fresh handler (which reuses the account already
-// learned) and closes the window, also when there is nothing to apply or applying fails. The handler's
-// own lines are checked with the handler.
+// learned) and closes the window, also when there is nothing to apply or applying fails.
 TEST_F(ApplyViewControllerTest, ConfigureAppliesTheAnswerWithAFreshHandlerPerClickAndAlwaysCloses) {
     show(std::nullopt);
-    EXPECT_EQ(view.message, ApplyViewController::manualMessage);
-    EXPECT_EQ(view.configureButtonHidden, true);
     controller->applyTapped();
-    EXPECT_EQ(logLines(), (Lines{"Configure default signature clicked", "Error: no signatures to apply"}));
-    EXPECT_EQ(outlook->script.loads, 0);
-
+    look("nothing to apply");
     show(Action::dontchange, Action::change);
     controller->closeTapped();
-    EXPECT_TRUE(logLines().empty());
-    EXPECT_TRUE(outlook->script.messages.empty());
-    EXPECT_EQ(view.closes, 2);
-    for (int click = 1; click <= 2; ++click) {
-        controller->applyTapped();
-        EXPECT_EQ(logLines().front(), "Configure default signature clicked");
-        EXPECT_EQ(logLines().back(), "Signatures applied successfully with automation");
-        EXPECT_EQ(outlook->script.loads, click);
-        EXPECT_EQ(count("Getting default Outlook account name"), 1);
-    }
-    EXPECT_EQ(outlook->changes(), (std::vector<RecordingScriptHost::Message>(
-                                      2, {"applyDefaultReplySignatureFor:", {"jane@example.com"}})));
-    EXPECT_EQ(view.closes, 4);
-
+    look("closed");
+    controller->applyTapped();
+    look("first click");
+    controller->applyTapped();
+    look("second click");
     OutlookHandler::defaultAccount.reset();
     outlook->script.account = "";
     show(Action::change, Action::clear);
     controller->applyTapped();
-    EXPECT_EQ(logLines().back(), "Error: failed to apply signatures");
-    EXPECT_EQ(count("Signatures applied successfully with automation"), 0);
-    EXPECT_EQ(view.closes, 5);
+    look("no account");
 }
 
 } // namespace

@@ -1,115 +1,110 @@
 #include "dialogs/ConfigurationViewController.h"
 #include "config/Config.h"
-#include "tests/dialogs/FakeConfigurationView.h"
+#include "dialogs/ConfigurationView.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
+
+#include <fstream>
+#include <functional>
+#include <iomanip>
+#include <map>
 
 namespace varnoth::test {
 namespace {
 
 using CheckState = ConfigurationView::CheckState;
-// The dialog's controls as one comparable value: box, box enabled, field enabled, field text, OK.
-using Controls = std::tuple<CheckState, bool, bool, std::string, bool>;
-const Controls untouched{CheckState::off, true, false, "", false};
 
-class ConfigurationViewControllerTest : public AgentTest {
+// The fixture is the dialog's controls as plain state, laid out as the form starts them: box off and
+// enabled, field empty and disabled, OK disabled.
+class ConfigurationViewControllerTest : public AgentTest, public ConfigurationView {
 protected:
+    std::string emailText() const override { return email; }
+    void setEmailText(const std::string& text) override { email = text; }
+    void setEmailInputEnabled(bool enabled) override { emailEnabled = enabled; }
+    CheckState checkboxState() const override { return checkbox; }
+    void setCheckboxState(CheckState state) override { checkbox = state; }
+    void setCheckboxEnabled(bool enabled) override { checkboxEnabled = enabled; }
+    void setOkButtonEnabled(bool enabled) override { okEnabled = enabled; }
+    void closeWindow() override { ++closes; }
+
+    void play(const std::string& scenario);
     // What the user does: click the box, type into the field (one edit per character).
     void clickCheckbox() {
-        view.checkbox = view.checkbox == CheckState::on ? CheckState::off : CheckState::on;
+        checkbox = checkbox == CheckState::on ? CheckState::off : CheckState::on;
         controller.useEmailChanged();
     }
     void type(const std::string& text) {
         for (char c : text) {
-            view.email.push_back(c);
+            email.push_back(c);
             controller.controlTextDidChange();
         }
     }
-    Controls controls() const {
-        return {view.checkbox, view.checkboxEnabled, view.emailEnabled, view.email, view.okEnabled};
+    // The controls, whether the controller uses the address, and what is stored and in force.
+    void look(const std::string& step) {
+        const char* states[] = {"off", "on", "mixed"};
+        const auto stored = defaults.string("UserEmailAddress");
+        out << step << "\n= box " << states[int(checkbox)] << (checkboxEnabled ? "" : " (disabled)")
+            << ", field " << std::quoted(email) << (emailEnabled ? "" : " (disabled)") << ", OK " << okEnabled
+            << ", use " << controller.useEmail() << ", closed " << closes << ", stored "
+            << (stored ? '"' + *stored + '"' : "nothing") << ", in force "
+            << std::quoted(Config::shared().UserEmailAddress()) << " editable "
+            << Config::shared().UserEmailAddressEditable() << "\n";
     }
 
-    FakeConfigurationView view;
-    ConfigurationViewController controller{&view};
+    std::string email;
+    bool emailEnabled = false;
+    CheckState checkbox = CheckState::off;
+    bool checkboxEnabled = true;
+    bool okEnabled = false;
+    int closes = 0;
+    ConfigurationViewController controller{this};
+    std::ostringstream out;
 };
 
-// An address the administrator fixes in the text file wins over the user's and cannot be changed; an
-// empty one leaves the user free. OK always waits for the first change, and Cancel stores nothing.
-TEST_F(ConfigurationViewControllerTest, OpeningShowsTheAddressInForceAndWhetherItMayBeChanged) {
-    const std::string jane = "jane@example.com";
-    for (const auto& [fixed, stored, expected] : std::vector<std::tuple<std::string, std::string, Controls>>{
-             {"", "", untouched},
-             {"", jane, {CheckState::on, true, true, jane, false}},
-             {"boss@corp.example", jane, {CheckState::on, false, false, "boss@corp.example", false}}}) {
-        SCOPED_TRACE("fixed \"" + fixed + "\", stored \"" + stored + '"');
-        writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt", "UserEmailAddress=" + fixed + "\n");
-        Config::setShared(nullptr);
-        defaults.setString("UserEmailAddress", stored);
-        controller.viewWillAppear();
-        EXPECT_EQ(controls(), expected);
-        EXPECT_EQ(controller.useEmail(), std::get<0>(expected) == CheckState::on);
-        type("x"); // the first edit enables OK: the address in force has its "@"
-        EXPECT_TRUE(view.okEnabled);
-        controller.cancel();
-        EXPECT_EQ(defaults.string("UserEmailAddress"), stored);
+// Each scenario is a file of tests/golden/dialogs/configuration/: steps, each followed by the controls it
+// leaves (lines starting with "="), which the run writes anew and compares with the file.
+void ConfigurationViewControllerTest::play(const std::string& scenario) {
+    const std::map<std::string, std::function<void(const std::string&)>> steps = {
+        {"fixed",
+         [&](auto& address) {
+             writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
+                       "UserEmailAddress=" + address + "\n");
+         }},
+        {"stored", [&](auto& address) { defaults.setString("UserEmailAddress", address); }},
+        {"open", [&](auto&) { Config::setShared(nullptr), controller.viewWillAppear(); }},
+        {"click", [&](auto&) { clickCheckbox(); }},
+        {"mixed", [&](auto&) { checkbox = CheckState::mixed, controller.useEmailChanged(); }},
+        {"use", [&](auto&) { controller.setUseEmail(true); }},
+        {"type", [&](auto& text) { type(text); }},
+        {"paste", [&](auto& text) { email = text, controller.controlTextDidChange(); }},
+        {"cancel", [&](auto&) { controller.cancel(); }},
+        {"ok", [&](auto&) { controller.submit(); }},
+    };
+    const std::string name = "dialogs/configuration/" + scenario;
+    std::ifstream file(std::string(VARNOTH_GOLDEN_DIR) + "/" + name + ".txt");
+    for (std::string line, verb, argument; std::getline(file, line);) {
+        if (line.empty() || line[0] == '#') {
+            out << line << "\n";
+        } else if (line[0] != '=') {
+            std::istringstream(line) >> verb >> std::quoted(argument);
+            ASSERT_TRUE(steps.count(verb)) << line;
+            steps.at(verb)(argument);
+            look(line);
+        }
     }
-    controller.viewWillAppear();
-    clickCheckbox(); // off: nothing to check
-    EXPECT_TRUE(view.okEnabled);
-    clickCheckbox(); // on again: the kept text has its "@"
-    EXPECT_TRUE(view.okEnabled);
+    expectGolden(name, out.str());
+}
+
+TEST_F(ConfigurationViewControllerTest, OpeningShowsTheAddressInForceAndWhetherItMayBeChanged) {
+    play("opening");
 }
 
 TEST_F(ConfigurationViewControllerTest, CheckedBoxNeedsAnAtSignAnywhereWhileUncheckedOrMixedNeedsNothing) {
-    controller.viewWillAppear(); // nothing stored, no file
-    EXPECT_EQ(controls(), untouched);
-    clickCheckbox();
-    EXPECT_TRUE(controller.useEmail());
-    EXPECT_EQ(controls(), Controls(CheckState::on, true, true, "", false));
-    // An "@" anywhere is enough; U+FF20, the fullwidth at sign, is none.
-    for (const auto& [text, ok] : std::vector<std::pair<std::string, bool>>{
-             {"@", true}, {"a@", true}, {"", false}, {"jane.example.com", false}, {"\xEF\xBC\xA0", false}}) {
-        view.email = text;
-        controller.controlTextDidChange();
-        EXPECT_EQ(view.okEnabled, ok) << '"' << text << '"';
-    }
-    clickCheckbox();
-    EXPECT_FALSE(view.emailEnabled);
-    EXPECT_TRUE(view.okEnabled);
-
-    view.checkbox = CheckState::mixed;
-    controller.useEmailChanged();
-    EXPECT_FALSE(controller.useEmail());
-    EXPECT_FALSE(view.emailEnabled);
-    EXPECT_TRUE(view.okEnabled);
-    controller.setUseEmail(true); // the field follows and the text is checked again
-    EXPECT_TRUE(view.emailEnabled);
-    EXPECT_FALSE(view.okEnabled);
+    play("validation");
 }
 
 TEST_F(ConfigurationViewControllerTest, OkStoresTheTextExactlyOrEmptyWhenUncheckedAndCancelNothing) {
-    controller.viewWillAppear();
-    clickCheckbox();
-    type("jane@example.com");
-    controller.cancel();
-    EXPECT_FALSE(defaults.contains("UserEmailAddress"));
-    controller.viewWillAppear(); // the edits are forgotten
-    EXPECT_EQ(controls(), untouched);
-
-    clickCheckbox();
-    type(" Jane@Example.com ");
-    controller.submit();
-    EXPECT_EQ(defaults.string("UserEmailAddress"), " Jane@Example.com ");
-    EXPECT_EQ(Config::shared().UserEmailAddress(), " Jane@Example.com "); // what the next update uses
-    controller.viewWillAppear();
-    EXPECT_EQ(controls(), Controls(CheckState::on, true, true, " Jane@Example.com ", false));
-
-    // Unchecked, the empty text is stored so the Outlook account is used again.
-    clickCheckbox();
-    controller.submit();
-    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
-    EXPECT_EQ(Config::shared().UserEmailAddress(), "");
-    EXPECT_TRUE(Config::shared().UserEmailAddressEditable());
-    EXPECT_EQ(view.closes, 3);
+    play("storing");
 }
 
 } // namespace

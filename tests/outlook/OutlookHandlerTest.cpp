@@ -3,26 +3,22 @@
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 
 namespace varnoth::test {
 namespace {
 
-using Lines = std::vector<std::string>;
-using Selectors = std::vector<std::string>;
 using Selector = AppleScriptProtocol::Selector;
 using Message = RecordingScriptHost::Message;
 using Action = SignatureAction;
 
-const std::string newName = "Default New Email Signature";
 const std::string replyName = "Default Reply Forward Email Signature";
-const Lines noOutlook{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
-                      "Getting default Outlook account name",
-                      "Error: cannot get default Outlook account name"};
 
 std::string times(const std::string& text, int count) {
     return count == 0 ? "" : text + times(text, count - 1);
 }
 
+// Each test writes what the handler logged and sent into one transcript, compared with tests/golden/outlook/.
 class OutlookHandlerTest : public AgentTest {
 protected:
     void SetUp() override {
@@ -35,211 +31,157 @@ protected:
     // A handler whose construction has already happened, with its lines and messages dropped.
     OutlookHandler readyHandler() {
         OutlookHandler handler;
-        forget();
-        return handler;
-    }
-    void forget() {
         clearLog();
         script.messages.clear();
+        script.loads = script.objectsMade = 0;
+        return handler;
+    }
+    // The lines logged, the messages sent (each argument in brackets) and the scripts loaded and objects
+    // made since the last look; then they are forgotten.
+    void look(const std::string& title) {
+        out << "== " << title << "\n" << joinLines(logLines());
+        for (const auto& message : script.messages) {
+            out << "> " << message.selector;
+            for (const auto& argument : message.arguments) {
+                out << " [" << argument << "]";
+            }
+            out << "\n";
+        }
+        out << "-- loads " << script.loads << ", objects " << script.objectsMade << "\n";
+        clearLog();
+        script.messages.clear();
+        script.loads = script.objectsMade = 0;
     }
 
     RecordingScriptHost script;
+    std::ostringstream out;
 };
 
 // No script, empty text, no text and a failed message all count as missing; the next handler asks again.
+// Once known, the account is kept for the life of the process, even when Outlook's changes.
 TEST_F(OutlookHandlerTest, DefaultAccountIsAskedForUntilKnownAndThenKeptForTheProcess) {
     script.scriptAvailable = false;
     OutlookHandler{};
-    EXPECT_EQ(script.loads, 1);
+    look("no script");
     script.scriptAvailable = true;
     script.answer(Selector::getVersion, "");
     script.account = "";
     OutlookHandler{};
+    look("empty answers");
     script.replies[std::string(Selector::getVersion)] = ScriptReply::nothing();
     script.fail(Selector::getDefaultAccount);
     OutlookHandler{};
-    EXPECT_EQ(logLines(),
-              (Lines{noOutlook[0], noOutlook[1], noOutlook[2], noOutlook[3], noOutlook[0], noOutlook[1],
-                     noOutlook[2], noOutlook[3], noOutlook[0], noOutlook[1], noOutlook[2], noOutlook[3]}));
+    look("no answer, failed message");
     EXPECT_FALSE(OutlookHandler::defaultAccount);
-
     script.replies.clear();
     script.failing.clear();
     script.account = "user@example.com";
-    clearLog();
     OutlookHandler{};
-    EXPECT_EQ(logLines(), (Lines{"Outlook 16.80 is installed", "Getting default Outlook account name",
-                                 "Successfully got default Outlook account name: user@example.com"}));
-
-    // A later change in Outlook is not seen: the first account stays for the life of the process.
+    look("known");
     script.account = "other@example.com";
-    forget();
     OutlookHandler{};
-    EXPECT_EQ(logLines(), Lines{"Outlook 16.80 is installed"});
-    EXPECT_EQ(script.selectors(), Selectors{"getVersion"});
+    look("changed in Outlook");
     EXPECT_EQ(OutlookHandler::defaultAccount, "user@example.com");
+    expectGolden("outlook/default-account", out.str());
 }
 
 // Outlook's default against the server's by canonical equivalence, not compatibility equivalence:
 // precomposed and decomposed, the Angstrom sign, marks in either order; long runs of marks (sorted in
-// one pass) keep the order of marks of one class; text that is not UTF-8 equals only itself.
+// one pass) keep the order of marks of one class; text that is not UTF-8 equals only itself. A default
+// that cannot be read, or no script at all, must be written.
 TEST_F(OutlookHandlerTest, NeedsUpdateComparesWithOutlooksDefaultByCanonicalEquivalence) {
-    const std::vector<std::tuple<std::string, std::string, bool>> cases = {
-        {"<p>Jos\u00E9 Garc\u00EDa</p>", "<p>Jose\u0301 Garci\u0301a</p>", true},
-        {"<p>Jos\u00E9 Garc\u00EDa</p>", "<p>Jos\u00E9  Garc\u00EDa</p>", false}, // white space
-        {"<p>Jos\u00E9</p>", "<p>jos\u00E9</p>", false},                          // case
-        {"<p>Regards</p>\n", "<p>Regards</p>\n", true},
-        {"<p>Regards</p>\n", "<p>Regards</p>", false}, // no trimming
-        {"\u212B", "\u00C5", true},
-        {"a\u0323\u0307", "a\u0307\u0323", true},
-        {"\u1E69", "s\u0307\u0323", true},
-        {"\uAC00", "\u1100\u1161", true},
-        {"a" + times("\u0307\u0323", 40), "a" + times("\u0323", 40) + times("\u0307", 40), true},
-        {"\xFF\xFE", "\xFF\xFE", true},
-        {"\uFB01", "fi", false}, // a ligature is only compatibility-equal
-        {"e", "e\u0301", false},
-        {std::string("a\0b", 3), "a", false},
-        {"\xFF", "\xFE", false},
-        {"a\u0300\u0301" + times("\u0323", 40), "a\u0301\u0300" + times("\u0323", 40), false},
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"<p>Jos\u00E9 Garc\u00EDa</p>", "<p>Jose\u0301 Garci\u0301a</p>"},
+        {"<p>Jos\u00E9 Garc\u00EDa</p>", "<p>Jos\u00E9  Garc\u00EDa</p>"}, // white space
+        {"<p>Jos\u00E9</p>", "<p>jos\u00E9</p>"},                          // case
+        {"<p>Regards</p>\n", "<p>Regards</p>\n"},
+        {"<p>Regards</p>\n", "<p>Regards</p>"}, // no trimming
+        {"\u212B", "\u00C5"},
+        {"a\u0323\u0307", "a\u0307\u0323"},
+        {"\u1E69", "s\u0307\u0323"},
+        {"\uAC00", "\u1100\u1161"},
+        {"a" + times("\u0307\u0323", 40), "a" + times("\u0323", 40) + times("\u0307", 40)},
+        {"\xFF\xFE", "\xFF\xFE"},
+        {"\uFB01", "fi"}, // a ligature is only compatibility-equal
+        {"e", "e\u0301"},
+        {std::string("a\0b", 3), "a"},
+        {"\xFF", "\xFE"},
+        {"a\u0300\u0301" + times("\u0323", 40), "a\u0301\u0300" + times("\u0323", 40)},
     };
     OutlookHandler handler = readyHandler();
-    for (const auto& [outlooks, servers, equal] : cases) {
-        SCOPED_TRACE(outlooks + " / " + servers);
-        EXPECT_EQ(OutlookHandler::canonicallyEqual(servers, outlooks), equal);
-        script.signatures[newName] = script.signatures[replyName] = outlooks;
-        EXPECT_EQ(handler.defaultNewSignatureNeedsUpdate(servers), !equal);
-        EXPECT_EQ(handler.defaultReplySignatureNeedsUpdate(servers), !equal);
-        const std::string answer = equal ? "false" : "true";
-        EXPECT_EQ(logLines(), (Lines{"Default new email signature needs update: " + answer,
-                                     "Default reply forward email signature needs update: " + answer}));
-        EXPECT_EQ(script.messages,
-                  (std::vector<Message>{{"getSignature:", {newName}}, {"getSignature:", {replyName}}}));
-        forget();
+    for (std::size_t index = 0; index < cases.size(); ++index) {
+        const auto& [outlooks, servers] = cases[index];
+        script.signatures[OutlookHandler::newSignatureName] = script.signatures[replyName] = outlooks;
+        const bool equal = OutlookHandler::canonicallyEqual(servers, outlooks);
+        const bool newUpdate = handler.defaultNewSignatureNeedsUpdate(servers);
+        const bool replyUpdate = handler.defaultReplySignatureNeedsUpdate(servers);
+        look("case " + std::to_string(index) + ": equal " + std::to_string(equal) + ", new " +
+             std::to_string(newUpdate) + ", reply " + std::to_string(replyUpdate));
     }
-    // A default that cannot be read, or no script at all, must be written.
     script.fail(Selector::getSignature);
-    EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>Regards</p>\n"));
+    const bool unreadable = handler.defaultNewSignatureNeedsUpdate("<p>Regards</p>\n");
     script.scriptAvailable = false;
-    EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>Regards</p>\n"));
-    EXPECT_EQ(logLines(), Lines(2, "Error: cannot get default Outlook signature"));
+    look("unreadable " + std::to_string(unreadable) + ", no script " +
+         std::to_string(handler.defaultReplySignatureNeedsUpdate("<p>Regards</p>\n")));
+    expectGolden("outlook/needs-update", out.str());
 }
 
+// Each operation's message and lines; then the message failing on the script's side, or no script at
+// all, as the operation's failure. A created default is then read back.
 TEST_F(OutlookHandlerTest, EachOperationSendsItsMessageAndLogsItsLinesOrItsFailure) {
     const std::string html = "<p class=\"x\">'quoted' \u2014 \"twice\"\nsecond line</p>", odd = "a/b \"c\"";
-    using Call = std::function<void(OutlookHandler&)>;
-    // The call, its message, the lines of its success; the last of them is replaced by the failure.
-    const std::vector<std::tuple<Call, Message, Lines, std::string>> cases = {
-        {[&](OutlookHandler& h) { h.createDefaultNewSignature(html); },
-         {"createSignature:content:", {newName, html}},
-         {"Creating default new email signature", "Created default new email signature successfully"},
-         "Error: failed to create default new email signature"},
-        {[&](OutlookHandler& h) { h.createDefaultReplySignature(html); },
-         {"createSignature:content:", {replyName, html}},
-         {"Creating default reply forward signature", "Created default reply forward signature"},
-         "Error: failed to create default reply forward signature"},
-        {[](OutlookHandler& h) { h.deleteDefaultNewSignature(); },
-         {"deleteSignature:", {newName}},
-         {"Default new email signature deleted"},
-         "Error: cannot delete default new email signature"},
-        {[](OutlookHandler& h) { h.deleteDefaultReplySignature(); },
-         {"deleteSignature:", {replyName}},
-         {"Default reply forward email signature deleted"},
-         "Error: cannot delete default reply forward email signature"},
-        {[&](OutlookHandler& h) { h.createSignature(odd, html); },
-         {"createSignature:content:", {odd, html}},
-         {"Creating signature " + odd, "Created signature " + odd + " successfully"},
-         "Error: failed to create signature " + odd},
-        {[](OutlookHandler& h) { h.createSignature("", ""); },
-         {"createSignature:content:", {"", ""}},
-         {"Creating signature ", "Created signature  successfully"},
-         "Error: failed to create signature "},
-        {[](OutlookHandler& h) { h.deleteSignature("Old"); },
-         {"deleteSignature:", {"Old"}},
-         {"Email signature Old deleted"},
-         "Error: cannot delete signature Old"},
-        {[](OutlookHandler& h) { h.deleteSignatures(); },
-         {"deleteSignatures", {}},
-         {"Removing signatures", "Email signatures removed successfully"},
-         "Error: couldn't remove email signatures"},
+    const std::vector<std::pair<std::string_view, std::function<void(OutlookHandler&)>>> cases = {
+        {Selector::createSignature, [&](OutlookHandler& h) { h.createDefaultNewSignature(html); }},
+        {Selector::createSignature, [&](OutlookHandler& h) { h.createDefaultReplySignature(html); }},
+        {Selector::deleteSignature, [](OutlookHandler& h) { h.deleteDefaultNewSignature(); }},
+        {Selector::deleteSignature, [](OutlookHandler& h) { h.deleteDefaultReplySignature(); }},
+        {Selector::createSignature, [&](OutlookHandler& h) { h.createSignature(odd, html); }},
+        {Selector::createSignature, [](OutlookHandler& h) { h.createSignature("", ""); }},
+        {Selector::deleteSignature, [](OutlookHandler& h) { h.deleteSignature("Old"); }},
+        {Selector::deleteSignatures, [](OutlookHandler& h) { h.deleteSignatures(); }},
     };
-    for (const auto& [call, message, succeeded, failure] : cases) {
-        SCOPED_TRACE(message.selector + " " + succeeded.back());
+    for (const auto& [selector, call] : cases) {
         OutlookHandler handler = readyHandler();
         call(handler);
-        EXPECT_EQ(logLines(), succeeded);
-        EXPECT_EQ(script.messages.at(0), message); // a created default is then read back
-
-        // The message failing on the script's side, or no script at all, is the operation's failure.
-        Lines failed = succeeded;
-        failed.back() = failure;
-        script.fail(message.selector);
-        for (const bool scriptAvailable : {true, false}) {
-            clearLog();
-            script.messages.clear();
-            script.scriptAvailable = scriptAvailable;
-            call(handler);
-            EXPECT_EQ(logLines(), failed);
-            EXPECT_EQ(script.messages.size(), scriptAvailable ? 1u : 0u);
-        }
+        look("succeeds");
+        script.fail(selector);
+        call(handler);
+        look("fails");
+        script.scriptAvailable = false;
+        call(handler);
+        look("no script");
         script.failing.clear();
         script.scriptAvailable = true;
     }
+    expectGolden("outlook/operations", out.str());
 }
 
 // One object, messages with the account; `undefined` in a row stands for dontchange too. A failed first
 // message does not keep the other default from being tried; without an account or a script nothing is sent.
 TEST_F(OutlookHandlerTest, ApplySendsTheMessagesOfItsActionsToOneObjectWithTheAccount) {
-    const std::string setNew = "Automation will set new signature",
-                      removeNew = "Automation will remove new signature",
-                      setReply = "Automation will set reply signature",
-                      removeReply = "Automation will remove reply signature";
-    const std::string applyNew = "applyDefaultNewSignatureFor:", noneNew = "applyNoneDefaultNewSignatureFor:",
-                      applyReply = "applyDefaultReplySignatureFor:",
-                      noneReply = "applyNoneDefaultReplySignatureFor:";
     const auto set = Action::change, clear = Action::clear, none = Action::undefined;
-    const std::vector<std::tuple<Action, Action, Lines, Selectors>> cases = {
-        {set, set, {"Automation will set both signatures"}, {"applySignaturesFor:"}},
-        {clear, clear, {"Automation will remove both signatures"}, {"applyNoneSignaturesFor:"}},
-        {set, clear, {setNew, removeReply}, {applyNew, noneReply}},
-        {clear, set, {removeNew, setReply}, {noneNew, applyReply}},
-        {set, none, {setNew}, {applyNew}},
-        {clear, none, {removeNew}, {noneNew}},
-        {none, set, {setReply}, {applyReply}},
-        {none, clear, {removeReply}, {noneReply}},
-        {none, none, {}, {}},
-    };
+    const std::vector<std::pair<Action, Action>> cases = {{set, set},   {clear, clear}, {set, clear},
+                                                          {clear, set}, {set, none},    {clear, none},
+                                                          {none, set},  {none, clear},  {none, none}};
     OutlookHandler handler = readyHandler();
-    for (const auto& [newRow, replyRow, automation, selectors] : cases) {
+    for (const auto& [newRow, replyRow] : cases) {
         for (const Action other : {Action::undefined, Action::dontchange}) {
             const Action newAction = newRow == none ? other : newRow,
                          replyAction = replyRow == none ? other : replyRow;
-            SCOPED_TRACE(testing::Message() << int(newAction) << "/" << int(replyAction));
-            forget();
-            script.objectsMade = 0;
-            EXPECT_TRUE(handler.applyDefaultSignatures(newAction, replyAction));
-            Lines expected{"Applying default signature"};
-            expected.insert(expected.end(), automation.begin(), automation.end());
-            expected.push_back("Applied default signatures successfully");
-            EXPECT_EQ(logLines(), expected);
-            EXPECT_EQ(script.selectors(), selectors);
-            EXPECT_EQ(script.objectsMade, 1);
-            for (const auto& message : script.messages) {
-                EXPECT_EQ(message.arguments, std::vector<std::string>{"user@example.com"});
-            }
+            const bool applied = handler.applyDefaultSignatures(newAction, replyAction);
+            look(std::to_string(int(newAction)) + "/" + std::to_string(int(replyAction)) + ": " +
+                 std::to_string(applied));
         }
     }
-    script.fail(noneNew);
-    forget();
-    EXPECT_FALSE(handler.applyDefaultSignatures(clear, set));
-    EXPECT_EQ(script.selectors(), (Selectors{noneNew, applyReply}));
+    script.fail(Selector::applyNoneDefaultNewSignatureFor);
+    std::string results = std::to_string(handler.applyDefaultSignatures(clear, set));
     script.scriptAvailable = false;
-    EXPECT_FALSE(handler.applyDefaultSignatures(set, set));
+    results += std::to_string(handler.applyDefaultSignatures(set, set));
     OutlookHandler::defaultAccount.reset();
     script.scriptAvailable = true;
-    EXPECT_FALSE(handler.applyDefaultSignatures(Action::dontchange, Action::dontchange));
-    const std::string start = "Applying default signature", failed = "Error: failed to apply signatures";
-    EXPECT_EQ(logLines(), (Lines{start, removeNew, setReply, failed, start, failed, start, failed}));
-    EXPECT_EQ(script.selectors(), (Selectors{noneNew, applyReply}));
+    results += std::to_string(handler.applyDefaultSignatures(Action::dontchange, Action::dontchange));
+    look("failed message, no script, no account: " + results);
+    expectGolden("outlook/apply", out.str());
 }
 
 TEST_F(OutlookHandlerTest, OutlooksOwnFormOfACreatedDefaultReadsAsTheCreatedContentUntilItChanges) {
