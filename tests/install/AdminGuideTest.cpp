@@ -45,9 +45,10 @@ template <typename T> std::string shown(T value) {
 #define ANSWER(key) {#key, [](const Config& config) { return shown(config.key()); }}
 const std::map<std::string, std::function<std::string(const Config&)>> answers = {
     ANSWER(UpdateFrequency), ANSWER(AllowConfigureDefaultSignatures), ANSWER(ShowViewLogMenu),
-    ANSWER(ShowExitMenu), ANSWER(ShowLaunchAtLogon), ANSWER(SignatureServerAddress), ANSWER(SignatureServerPort),
-    ANSWER(ShowConfigurationMenu), ANSWER(UserEmailAddress), ANSWER(SignatureServerAutodetect),
-    ANSWER(LDAPUser), ANSWER(LDAPPassword), ANSWER(LDAPServer), ANSWER(SuppressErrorMessages)};
+    ANSWER(ShowExitMenu), ANSWER(ShowLaunchAtLogon), ANSWER(SignatureServerAddress),
+    ANSWER(SignatureServerPort), ANSWER(ShowConfigurationMenu), ANSWER(UserEmailAddress),
+    ANSWER(SignatureServerAutodetect), ANSWER(LDAPUser), ANSWER(LDAPPassword), ANSWER(LDAPServer),
+    ANSWER(SuppressErrorMessages)};
 // clang-format on
 #undef ANSWER
 
