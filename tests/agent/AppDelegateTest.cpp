@@ -3,34 +3,28 @@
 #include "platform/Platform.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 
 namespace varnoth::test {
 namespace {
 
 using namespace std::chrono_literals;
 
+// Each test's whole log (and what it notes besides) is kept as a golden transcript under agent/.
 class AppDelegateTest : public AgentTest {
 protected:
-    // The lines from the first one equal to `first` (or from the start), joined by "|".
-    static std::string joined(const std::vector<std::string>& lines, const std::string& first = "",
-                              std::size_t count = 1000) {
-        auto at = first.empty() ? lines.begin() : std::find(lines.begin(), lines.end(), first);
-        std::string text;
-        for (; at != lines.end() && count-- > 0; ++at) {
-            text += *at + "|";
-        }
-        return text;
-    }
-    std::string linesFrom(const std::string& first, std::size_t count = 1000) {
-        return joined(logLines(), first, count);
-    }
-    long times(const std::string& line) {
-        const auto lines = logLines();
-        return std::count(lines.begin(), lines.end(), line);
-    }
+#ifdef __APPLE__
+    static constexpr const char* system = "is macOS Version 14.5 (Build 23F79)\n";
+#else
+    static constexpr const char* system = "is Version 14.5 (Build 23F79)\n"; // the host's text names it
+#endif
     void configure(const std::string& text) {
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
         Config::setShared(nullptr);
+    }
+    void expectLog(const std::string& name, const std::vector<std::string>& noted = {}) {
+        expectGolden("agent/" + name, joinLines(noted) + joinLines(logLines()),
+                     {{root().string(), "<root>"}, {system, "is <system>\n"}});
     }
 };
 
@@ -38,42 +32,22 @@ TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
     configure("SignatureServerAddress=sig.example.com\n");
     AppDelegate app;
     app.applicationDidFinishLaunching();
-#ifdef __APPLE__
-    const std::string system = "macOS Version 14.5 (Build 23F79)";
-#else
-    const std::string system = "Version 14.5 (Build 23F79)"; // the host's text names the system
-#endif
-    EXPECT_EQ(linesFrom("", 5), "--------------- Varnoth Brelvane Agent Version 1.0.0.1 ---------------|"
-                                "Operating system is " +
-                                    system +
-                                    "|The current user is tester|The current computer is Test Mac|"
-                                    "Loading in progress: false|");
-    EXPECT_EQ(linesFrom("Constructing menu", 10),
-              "Constructing menu|Adding Update Signatures option|Adding Configure option|Adding View Logs "
-              "option|Adding About option|Adding Exit option|Accessibility permission is set up correctly|"
-              "Starting app engine||UpdateFrequency: 60.0|");
     EXPECT_EQ(statusItem.images.front(), "menu_icon"); // set before the first run starts
     EXPECT_EQ(accessibility.prompts, std::vector<bool>{false});
     ASSERT_NE(app.updateTimer(), nullptr);
     EXPECT_EQ(app.updateTimer()->interval(), 3600s);
-
-    clearLog();
     host.computer.reset(); // a host without a name skips that line
     AppDelegate nameless;
     nameless.setUpAgent();
-    EXPECT_EQ(linesFrom("The current user is tester", 2),
-              "The current user is tester|Loading in progress: false|");
+    expectLog("start-up");
 }
 
 TEST_F(AppDelegateTest, UntrustedStartWaitsForTheNotificationAndStartsOnceHalfASecondLater) {
     accessibility.trusted = false;
     AppDelegate app;
     app.setUpAgent();
-    EXPECT_EQ(linesFrom("Waiting for accessibility permission", 2),
-              "Waiting for accessibility permission|Application is granted accessibility permission: false|");
     EXPECT_EQ(accessibility.prompts, (std::vector<bool>{false, true}));
     queue.advance(10min);
-    EXPECT_FALSE(app.engineStarted());
     accessibility.deliver();
     queue.advance(100ms);
     accessibility.deliver();
@@ -83,9 +57,8 @@ TEST_F(AppDelegateTest, UntrustedStartWaitsForTheNotificationAndStartsOnceHalfAS
     EXPECT_TRUE(app.engineStarted());
     EXPECT_EQ(accessibility.observerCount(), 0u);
     queue.advance(1s);
-    EXPECT_EQ(times("Starting app engine"), 1);
-    EXPECT_EQ(times("Accessibility permission received"), 2);
     EXPECT_EQ(queue.activeTimerCount(), 1u);
+    expectLog("untrusted-start"); // one engine start after two notifications
 }
 
 TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
@@ -103,32 +76,28 @@ TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
         app.startEngine();
         EXPECT_EQ(app.updateTimer()->interval(), interval) << text;
     }
-    EXPECT_EQ(times("Warning: UpdateFrequency below 1 minute; using 1 minute"), 1); // said once
+    expectLog("update-frequency"); // the warning below one minute is said once
 }
 
 TEST_F(AppDelegateTest, MenuFollowsTheConfigurationAndItsActionsAreLogged) {
-    for (const auto& [config, titles] :
-         {std::pair{"", "Varnoth Brelvane Agent|-|Update Signatures|-|Configure|-|View Logs|-|About|-|Exit|"},
-          {"ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n",
-           "Varnoth Brelvane Agent|-|Update Signatures|-|About|-|"}}) {
+    std::vector<std::string> noted;
+    for (const char* config : {"ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n", ""}) {
         configure(config);
         AppDelegate app;
         app.statusMenu().constructMenu();
-        EXPECT_EQ(joined(statusItem.titles()), titles);
+        std::ranges::copy(statusItem.titles(), std::back_inserter(noted));
     }
-    configure("");
     AppDelegate app;
     app.statusMenu().constructMenu();
-    statusItem.choose("About");
-    statusItem.choose("View Logs");
-    ASSERT_EQ(workspace.opened.size(), 1u);
-    EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
-    statusItem.choose("Exit");
-    EXPECT_EQ(application.terminations, 1);
+    for (const char* title : {"About", "View Logs", "Exit"}) {
+        statusItem.choose(title);
+    }
     app.applicationWillTerminate();
     EXPECT_EQ(application.aboutPanels, 1);
-    EXPECT_EQ(linesFrom("About menu selected"),
-              "About menu selected|View Logs menu selected|Exit menu selected|Exiting|");
+    EXPECT_EQ(application.terminations, 1);
+    ASSERT_EQ(workspace.opened.size(), 1u);
+    EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
+    expectLog("menu", noted);
 }
 
 TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyWithTheSetting) {
@@ -139,40 +108,40 @@ TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyW
     Platform::install(ports);
     const auto entry = root() / "home/.config/autostart/com.varnoth.brelvane-agent.desktop";
     const std::string toggle = "Launch Automatically at Login";
+    std::vector<std::string> noted;
+    // The menu's titles, then whether the toggle is checked, the login item installed and the entry there.
+    const auto note = [&](const std::string& step) {
+        std::ranges::copy(statusItem.titles(), std::back_inserter(noted));
+        const auto titles = statusItem.titles();
+        const bool shown = std::ranges::count(titles, toggle) == 1;
+        noted.push_back(step + ": " +
+                        (shown ? statusItem.item(toggle).checked ? "[x]" : "[ ]" : "no toggle") +
+                        (loginItem.isInstalled() ? " installed" : "") +
+                        (std::filesystem::exists(entry) ? " entry" : " no entry"));
+    };
     // Without the setting the entry is neither shown nor touched, whoever wrote the file.
     writeFile(entry, "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
     AppDelegate first;
     first.statusMenu().constructMenu();
-    const auto titles = statusItem.titles();
-    EXPECT_EQ(std::count(titles.begin(), titles.end(), toggle), 0);
-    EXPECT_TRUE(std::filesystem::exists(entry));
+    note("someone else's entry");
     std::filesystem::remove(entry);
     AppDelegate second;
     second.statusMenu().constructMenu();
-    EXPECT_FALSE(std::filesystem::exists(entry));
+    note("no entry");
 
     configure("ShowLaunchAtLogon=1\n");
     AppDelegate app;
-    EXPECT_EQ(app.agent().label, "com.varnoth.brelvane-agent");
-    EXPECT_EQ(app.agent().program(), "Varnoth Brelvane Agent");
+    noted.push_back(app.agent().label + " runs " + app.agent().program().value_or("?"));
     app.statusMenu().constructMenu();
-    EXPECT_TRUE(statusItem.item(toggle).checked);
-    EXPECT_TRUE(std::filesystem::exists(entry));
+    note("with the setting");
     statusItem.choose(toggle);
-    EXPECT_FALSE(statusItem.item(toggle).checked);
-    EXPECT_FALSE(std::filesystem::exists(entry));
-    // The choice outlasts a restart.
-    AppDelegate restarted;
+    note("chosen");
+    AppDelegate restarted; // the choice outlasts a restart
     restarted.statusMenu().constructMenu();
-    EXPECT_FALSE(statusItem.item(toggle).checked);
-    EXPECT_FALSE(std::filesystem::exists(entry));
+    note("restarted");
     statusItem.choose(toggle);
-    EXPECT_TRUE(statusItem.item(toggle).checked);
-    EXPECT_TRUE(loginItem.isInstalled());
-    EXPECT_EQ(statusItem.titles()[3], toggle);
-    EXPECT_EQ(times(toggle + " selected"), 2);
-    EXPECT_EQ(times("Login item installed"), 2);
-    EXPECT_EQ(times("Login item removed"), 1);
+    note("chosen again");
+    expectLog("launch-at-login", noted);
 }
 
 } // namespace

@@ -1,15 +1,12 @@
 #include "platform/posix/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/LoopbackListener.h"
+#include "tests/support/ServerProcess.h"
 
-#include <csignal>
 #include <pwd.h>
-#include <spawn.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <thread>
-
-extern char** environ;
 
 namespace varnoth::test {
 namespace {
@@ -20,28 +17,14 @@ using namespace std::chrono_literals;
 class AgentProcessTest : public AgentTest {
 protected:
     // Starts the command (the tray agent by default) and waits until the log holds the line, or ten
-    // seconds pass.
+    // seconds pass; stopChild then gives it five seconds to end on SIGTERM before it is killed.
     pid_t startUntil(const std::string& line, std::vector<std::string> command = {VARNOTH_AGENT}) {
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
-        std::vector<char*> argv;
-        for (auto& word : command) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-            return -1;
-        }
+        const pid_t pid = spawnChild(command, root() / "output");
         for (int i = 0; i < 200 && logText().find(line) == std::string::npos; ++i) {
             std::this_thread::sleep_for(50ms);
         }
         return pid;
-    }
-    static int stop(pid_t pid) {
-        kill(pid, SIGTERM);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        return status;
     }
     static ProcessLauncher::Result run(std::vector<std::string> arguments) {
         return PosixProcessLauncher().run({VARNOTH_AGENT, std::move(arguments), {}, 30s, {}});
@@ -52,7 +35,7 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
     const pid_t pid = startUntil("SuppressErrorMessages: true");
     ASSERT_GT(pid, 0);
-    const int status = stop(pid);
+    const int status = stopChild(pid, 5);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
     // The sequence itself is AppDelegateTest's; here the real ports carry it through to SIGTERM.
@@ -91,7 +74,7 @@ TEST_F(AgentProcessTest, ASecondTrayAgentOfTheUserExitsAndLeavesTheFirstRunning)
     EXPECT_EQ(run({"--once"}).exitCode, 1);
     EXPECT_EQ(run({"--print-config"}).exitCode, 0);
     EXPECT_EQ(kill(first, 0), 0);
-    stop(first);
+    stopChild(first, 5);
 }
 
 TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) {
@@ -116,9 +99,7 @@ TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) 
                                                              "DISPLAY=:97", VARNOTH_AGENT, "--once"});
     ASSERT_GT(pid, 0);
     std::this_thread::sleep_for(1500ms); // into the read, which blocks the main thread
-    const auto signalled = std::chrono::steady_clock::now();
-    const int status = stop(pid);
-    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 5s) << logText();
+    const int status = stopChild(pid, 5);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << "\n" << logText();
     EXPECT_NE(logText().find("Error: reading server response stopped: the agent is exiting"),
               std::string::npos);

@@ -30,34 +30,27 @@ std::string fencedBlockAfter(const std::string& guide, const std::string& headin
     return open == std::string::npos || end == std::string::npos ? "" : guide.substr(start, end + 1 - start);
 }
 
-std::string shown(bool value) {
-    return value ? "true" : "false";
-}
-std::string shown(const std::string& value) {
-    return value;
-}
 template <typename T> std::string shown(T value) {
-    return std::to_string(value);
+    if constexpr (std::is_same_v<T, bool>) {
+        return value ? "true" : "false";
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(value);
+    } else {
+        return value;
+    }
 }
 
 // Each key's value as the agent answers it, in the guide's notation.
+// clang-format off
+#define ANSWER(key) {#key, [](const Config& config) { return shown(config.key()); }}
 const std::map<std::string, std::function<std::string(const Config&)>> answers = {
-    {"UpdateFrequency", [](const Config& c) { return shown(c.UpdateFrequency()); }},
-    {"AllowConfigureDefaultSignatures",
-     [](const Config& c) { return shown(c.AllowConfigureDefaultSignatures()); }},
-    {"ShowViewLogMenu", [](const Config& c) { return shown(c.ShowViewLogMenu()); }},
-    {"ShowExitMenu", [](const Config& c) { return shown(c.ShowExitMenu()); }},
-    {"ShowLaunchAtLogon", [](const Config& c) { return shown(c.ShowLaunchAtLogon()); }},
-    {"SignatureServerAddress", [](const Config& c) { return shown(c.SignatureServerAddress()); }},
-    {"SignatureServerPort", [](const Config& c) { return shown(c.SignatureServerPort()); }},
-    {"ShowConfigurationMenu", [](const Config& c) { return shown(c.ShowConfigurationMenu()); }},
-    {"UserEmailAddress", [](const Config& c) { return shown(c.UserEmailAddress()); }},
-    {"SignatureServerAutodetect", [](const Config& c) { return shown(c.SignatureServerAutodetect()); }},
-    {"LDAPUser", [](const Config& c) { return shown(c.LDAPUser()); }},
-    {"LDAPPassword", [](const Config& c) { return shown(c.LDAPPassword()); }},
-    {"LDAPServer", [](const Config& c) { return shown(c.LDAPServer()); }},
-    {"SuppressErrorMessages", [](const Config& c) { return shown(c.SuppressErrorMessages()); }},
-};
+    ANSWER(UpdateFrequency), ANSWER(AllowConfigureDefaultSignatures), ANSWER(ShowViewLogMenu),
+    ANSWER(ShowExitMenu), ANSWER(ShowLaunchAtLogon), ANSWER(SignatureServerAddress),
+    ANSWER(SignatureServerPort), ANSWER(ShowConfigurationMenu), ANSWER(UserEmailAddress),
+    ANSWER(SignatureServerAutodetect), ANSWER(LDAPUser), ANSWER(LDAPPassword), ANSWER(LDAPServer),
+    ANSWER(SuppressErrorMessages)};
+// clang-format on
+#undef ANSWER
 
 class AdminGuideTest : public AgentTest {
 protected:
