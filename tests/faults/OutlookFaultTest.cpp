@@ -21,10 +21,6 @@ struct OutlookFault {
     std::chrono::milliseconds limit = std::chrono::seconds(2);
 };
 
-void PrintTo(const OutlookFault& fault, std::ostream* out) {
-    *out << fault.title;
-}
-
 // Outlook fails while the server answers with changed contents, so every signature is written in the
 // faulty run: the run fails with the creation alert, nothing half-written is left, the list names only
 // what was installed, and the next timer run with Outlook well again installs everything.
@@ -42,9 +38,6 @@ protected:
     }
     void TearDown() override {
         setImmutable(false);
-        Platform::Ports ports = Platform::ports();
-        ports.scriptHost = &scripts;
-        Platform::install(ports);
         next.reset();
         RunTest::TearDown();
     }

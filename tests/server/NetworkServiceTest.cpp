@@ -175,6 +175,22 @@ TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
     EXPECT_EQ(completions, 1);
     ASSERT_EQ(logLines().size(), 1u);
     EXPECT_EQ(logLines()[0].rfind("Failed to connect to host: host.invalid error: ", 0), 0u) << logLines()[0];
+
+    // A connect that gets no answer times out: a listener whose accept queue is full drops further
+    // connection requests unanswered.
+    LoopbackListener listener(0);
+    std::vector<std::unique_ptr<TCPClient>> fillers;
+    for (int i = 0; i < 3; ++i) {
+        fillers.push_back(std::make_unique<TCPClient>("127.0.0.1", listener.port()));
+        (void)fillers.back()->connect(200ms);
+    }
+    useServer(listener.port());
+    service.connectTimeout = 300ms;
+    const auto started = std::chrono::steady_clock::now();
+    exchange();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(logLines(), Lines{"Failed to connect to host: 127.0.0.1 error: Connection timed out"});
 }
 
 struct FailedExchange {
