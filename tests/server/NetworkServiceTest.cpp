@@ -123,6 +123,7 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     step("deployment log asked");
     queue.runUntilIdle();
     step("deployment log step");
+    ServerProcess::waitForFiles(server->recordFolder(), 2); // recorded before the next query's, in order
 
     // An unknown mailbox gets an answer without settings, which is a successful parse.
     exchange("nobody@example.com");
