@@ -21,6 +21,11 @@ struct OutlookFault {
     std::chrono::milliseconds limit = std::chrono::seconds(2);
 };
 
+// Names the parameter in ctest's test names and failure messages instead of its bytes.
+void PrintTo(const OutlookFault& fault, std::ostream* out) {
+    *out << fault.title;
+}
+
 // Outlook fails while the server answers with changed contents, so every signature is written in the
 // faulty run: the run fails with the creation alert, nothing half-written is left, the list names only
 // what was installed, and the next timer run with Outlook well again installs everything.
