@@ -3,6 +3,8 @@
 #include "tests/support/RunTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <gmock/gmock.h>
+
 namespace varnoth::test {
 namespace {
 
@@ -82,13 +84,10 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
         // A quoted answer is escaped and cut: a 256 KiB answer adds a few dozen kilobytes, not megabytes.
         EXPECT_LT(logText().size(), 100'000u);
         if (fault.answer.size() > (256 << 10)) {
-            const auto lines = logLines();
-            EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                                    [](const std::string& line) {
-                                        return line.find("&lt;p\\x1Bxxx") != std::string::npos &&
-                                               line.ends_with("xxx\u2026 (262363 bytes in all)");
-                                    }),
-                      2);
+            EXPECT_THAT(logLines(), testing::Contains(
+                                        testing::AllOf(testing::HasSubstr("&lt;p\\x1Bxxx"),
+                                                       testing::EndsWith("xxx\u2026 (262363 bytes in all)")))
+                                        .Times(2));
         }
         expectKept();
         expectNextRunWorks(app, good->port(), good->logFolder());

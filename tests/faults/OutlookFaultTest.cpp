@@ -21,6 +21,7 @@ struct OutlookFault {
     std::chrono::milliseconds limit = std::chrono::seconds(2);
 };
 
+// Names the parameter in ctest's test names and failure messages instead of its bytes.
 void PrintTo(const OutlookFault& fault, std::ostream* out) {
     *out << fault.title;
 }
@@ -42,9 +43,6 @@ protected:
     }
     void TearDown() override {
         setImmutable(false);
-        Platform::Ports ports = Platform::ports();
-        ports.scriptHost = &scripts;
-        Platform::install(ports);
         next.reset();
         RunTest::TearDown();
     }

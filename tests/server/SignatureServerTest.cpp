@@ -6,6 +6,7 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <gmock/gmock.h>
 #include <numeric>
 
 namespace varnoth::test {
@@ -73,12 +74,9 @@ TEST_F(SignatureServerTest, DataFolderErrorsNameTheFileAndLine) {
              {"[mailbox a@b]\nadditional = a.html\n", "expected additional = NAME | FILE"},
          }) {
         writeFile(folder / "signatures.conf", config);
-        try {
-            SignatureServer server(options(folder.string()));
-            ADD_FAILURE() << "accepted: " << config;
-        } catch (const std::runtime_error& error) {
-            EXPECT_NE(std::string(error.what()).find(part), std::string::npos) << error.what();
-        }
+        EXPECT_THAT([&] { SignatureServer server(options(folder.string())); },
+                    testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(part)))
+            << config;
     }
     writeFile(folder / "signatures.conf",
               "[mailbox a@b]\ndefault = none\nreply = a.html\nadditional = A | a.html\n");
