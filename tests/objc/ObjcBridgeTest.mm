@@ -7,10 +7,12 @@
 #include "platform/mac/MacHostInfo.h"
 #include "platform/mac/MacUserDefaults.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 
 #import <Foundation/Foundation.h>
 
 #include <functional>
+#include <map>
 
 // GNUstep's runtime keeps what it allocates for the life of the process and its frames carry no frame
 // pointers, so a sanitizer build's leak report cannot tell its allocations from the bridge's.
@@ -22,117 +24,93 @@ namespace varnoth::test {
 namespace {
 
 using Lines = std::vector<std::string>;
-using Action = SignatureAction;
+using ObjcBridgeTest = AgentTest;
+
+std::string shown(const std::optional<std::string>& text) {
+    return text ? "\"" + *text + "\"" : "nothing";
+}
 
 // The bridge against tests/objc/OutlookScriptObj.m, loaded from its bundle as the Mac loads the script.
-class ObjcBridgeTest : public AgentTest {
-protected:
-    void SetUp() override {
-        AgentTest::SetUp();
-        OutlookHandler::defaultAccount.reset();
-        ASSERT_TRUE(host);
-        auto ports = Platform::ports();
-        ports.scriptHost = host.get();
-        Platform::install(ports);
-    }
-    void TearDown() override {
-        OutlookHandler::defaultAccount.reset();
-        AgentTest::TearDown();
-    }
-    // What the stand-in received since the last look, one line per message or released object.
-    std::string record() { return host->makeObject("ScriptRecord")->send("take", {}).text.value_or("?"); }
-
-    std::unique_ptr<AppleScriptObjCHost> host = AppleScriptObjCHost::Create(VARNOTH_TEST_SCRIPT_BUNDLE);
-};
-
 // First in the file: no test has loaded the stand-in's bundle yet.
-TEST_F(ObjcBridgeTest, MissingClassFailsEveryOperationWithItsLogLine) {
-    auto empty = AppleScriptObjCHost::Create(root());
-    ASSERT_TRUE(empty);
+TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperation) {
+    OutlookHandler::defaultAccount.reset();
+    auto host = AppleScriptObjCHost::Create(VARNOTH_TEST_SCRIPT_BUNDLE),
+         empty = AppleScriptObjCHost::Create(root());
+    ASSERT_TRUE(host && empty);
     auto ports = Platform::ports();
-    ports.scriptHost = empty.get();
-    Platform::install(ports);
-    OutlookHandler handler;
-    EXPECT_FALSE(handler.createSignature("n", "c"));
-    EXPECT_EQ(logLines(),
-              (Lines{"Error: cannot get Outlook version", "Error: Cannot get Outlook version",
-                     "Getting default Outlook account name", "Error: cannot get default Outlook account name",
-                     "Creating signature n", "Error: failed to create signature n"}));
-    host->loadScripts();
-    EXPECT_TRUE(host->makeObject(AppleScriptProtocol::className));
-    EXPECT_FALSE(host->makeObject("NoSuchScriptObj"));
-}
-
-TEST_F(ObjcBridgeTest, EachOperationSendsItsSelectorWithItsArgumentsToAFreshObject) {
-    host->loadScripts();
-    using Call = std::function<std::optional<std::string>(AppleScriptProtocol&)>;
-    const std::string name = "Grüße \"Ö\"", account = "user@example.com";
-// Operations without a result report only delivery: "" stands for delivered.
-#define SENT(call) [&](auto& s) { return s.call ? std::optional<std::string>("") : std::nullopt; }
-    const std::vector<std::pair<Call, std::string>> table = {
-        {[](auto& s) { return s.getDefaultAccount(); }, "getDefaultAccount"},
-        {[&](auto& s) { return s.getSignature(name); }, "getSignature: " + name},
-        {SENT(applySignaturesFor(account)), "applySignaturesFor: " + account},
-        {SENT(applyDefaultNewSignatureFor(account)), "applyDefaultNewSignatureFor: " + account},
-        {SENT(applyDefaultReplySignatureFor(account)), "applyDefaultReplySignatureFor: " + account},
-        {SENT(applyNoneSignaturesFor(account)), "applyNoneSignaturesFor: " + account},
-        {SENT(applyNoneDefaultNewSignatureFor(account)), "applyNoneDefaultNewSignatureFor: " + account},
-        {SENT(applyNoneDefaultReplySignatureFor(account)), "applyNoneDefaultReplySignatureFor: " + account},
-        {SENT(deleteSignatures()), "deleteSignatures"},
-        {SENT(deleteSignature(name)), "deleteSignature: " + name},
-        {SENT(createSignature(name, "<p>\n</p>")), "createSignature:content: " + name + " <p>\n</p>"},
-        {[](auto& s) { return s.getVersion(); }, "getVersion"},
+    std::optional<OutlookHandler> handler;
+    const auto script = [&] { return AppleScriptProtocol(host->makeObject(AppleScriptProtocol::className)); };
+    const Lines actions = {"undefined", "change", "clear", "dontchange"};
+    const auto action = [&](auto& name) {
+        return SignatureAction(std::ranges::find(actions, name) - actions.begin());
     };
-#undef SENT
-    for (const auto& [call, line] : table) {
-        std::optional<std::string> answer;
-        {
-            AppleScriptProtocol script(host->makeObject(AppleScriptProtocol::className));
-            answer = call(script);
+    using Arguments = std::vector<std::string>;
+    const std::map<std::string, std::function<std::string(const Arguments&)>> steps = {
+        {"use", [&](auto& a) { return ports.scriptHost = a[0] == "empty" ? empty.get() : host.get(), ""; }},
+        {"load", [&](auto&) { return host->loadScripts(), ""; }},
+        {"object", [&](auto& a) { return host->makeObject(a[0]) ? "made" : "none"; }},
+        {"handler", [&](auto&) { return handler.emplace(), shown(OutlookHandler::defaultAccount); }},
+        {"create", [&](auto& a) { return std::to_string(handler->createSignature(a[0], a[1])); }},
+        {"apply",
+         [&](auto& a) {
+             return std::to_string(handler->applyDefaultSignatures(action(a[0]), action(a[1])));
+         }},
+        {"send",
+         [&](auto& a) {
+             const auto reply =
+                 host->makeObject(AppleScriptProtocol::className)->send(a[0], {a.begin() + 1, a.end()});
+             return std::to_string(reply.delivered) + " " + shown(reply.text) + " " + reply.error;
+         }},
+        {"getDefaultAccount", [&](auto&) { return shown(script().getDefaultAccount()); }},
+        {"getSignature", [&](auto& a) { return shown(script().getSignature(a[0])); }},
+        {"applySignaturesFor", [&](auto& a) { return std::to_string(script().applySignaturesFor(a[0])); }},
+        {"applyDefaultNewSignatureFor",
+         [&](auto& a) { return std::to_string(script().applyDefaultNewSignatureFor(a[0])); }},
+        {"applyDefaultReplySignatureFor",
+         [&](auto& a) { return std::to_string(script().applyDefaultReplySignatureFor(a[0])); }},
+        {"applyNoneSignaturesFor",
+         [&](auto& a) { return std::to_string(script().applyNoneSignaturesFor(a[0])); }},
+        {"applyNoneDefaultNewSignatureFor",
+         [&](auto& a) { return std::to_string(script().applyNoneDefaultNewSignatureFor(a[0])); }},
+        {"applyNoneDefaultReplySignatureFor",
+         [&](auto& a) { return std::to_string(script().applyNoneDefaultReplySignatureFor(a[0])); }},
+        {"deleteSignatures", [&](auto&) { return std::to_string(script().deleteSignatures()); }},
+        {"deleteSignature", [&](auto& a) { return std::to_string(script().deleteSignature(a[0])); }},
+        {"createSignature", [&](auto& a) { return std::to_string(script().createSignature(a[0], a[1])); }},
+        {"getVersion", [&](auto&) { return shown(script().getVersion()); }},
+    };
+    expectTranscript("objc/messages", [&](const std::string& word, const std::string& rest) {
+        Arguments arguments;
+        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
+            end = rest.find(" | ", start);
+            arguments.push_back(unescaped(rest.substr(start, end - start)));
         }
-        EXPECT_EQ(answer, line.rfind("get", 0) == 0 ? line : "") << line;
-        EXPECT_EQ(record(), line + "\nreleased after 1");
-    }
-}
-
-TEST_F(ObjcBridgeTest, FailingMessagesFailOnlyTheirOperation) {
-    host->loadScripts();
-    auto object = host->makeObject(AppleScriptProtocol::className);
-    const ScriptReply raised = object->send("getSignature:", {"raise"});
-    EXPECT_FALSE(raised.delivered);
-    EXPECT_EQ(raised.error, "OSAScriptErrorNumber: Outlook got an error");
-    EXPECT_EQ(object->send("noSuchOperation:", {"x"}).error, "the object does not answer noSuchOperation:");
-    EXPECT_FALSE(object->send("getSignature:", {}).delivered);
-    EXPECT_FALSE(object->send("getSignature:", {"\xff"}).delivered);
-    const ScriptReply nothing = object->send("getSignature:", {"nil"});
-    EXPECT_TRUE(nothing.delivered);
-    EXPECT_EQ(nothing.text, std::nullopt);
-    object.reset();
-    EXPECT_EQ(record(), "getSignature: nil\nreleased after 1");
-
-    OutlookHandler handler;
-    clearLog();
-    EXPECT_FALSE(handler.createSignature("raise", "c"));
-    EXPECT_EQ(logLines(), (Lines{"Creating signature raise", "Error: failed to create signature raise"}));
-}
-
-TEST_F(ObjcBridgeTest, MixedApplySendsBothMessagesToOneObject) {
-    OutlookHandler handler;
-    EXPECT_EQ(OutlookHandler::defaultAccount, "getDefaultAccount");
-    record();
-    const std::string account = " getDefaultAccount";
-    EXPECT_TRUE(handler.applyDefaultSignatures(Action::change, Action::clear));
-    EXPECT_EQ(record(), "applyDefaultNewSignatureFor:" + account +
-                            "\napplyNoneDefaultReplySignatureFor:" + account + "\nreleased after 2");
-    EXPECT_TRUE(handler.applyDefaultSignatures(Action::clear, Action::change));
-    EXPECT_EQ(record(), "applyNoneDefaultNewSignatureFor:" + account +
-                            "\napplyDefaultReplySignatureFor:" + account + "\nreleased after 2");
+        Platform::install(ports);
+        std::string answer = steps.at(word)(arguments);
+        answer = answer.empty() ? "ok" : answer;
+        Platform::install(ports);
+        // What the stand-in received since the last case, one line per message or released object.
+        if (auto record = host->makeObject("ScriptRecord")) {
+            answer += "; recorded " + record->send("take", {}).text.value_or("?");
+        }
+        for (const auto& line : logLines()) {
+            answer += "; logged " + line;
+        }
+        clearLog();
+        for (auto at = answer.find('\n'); at != std::string::npos; at = answer.find('\n')) {
+            answer.replace(at, 1, "\\n");
+        }
+        return answer;
+    });
+    OutlookHandler::defaultAccount.reset();
 }
 
 TEST_F(ObjcBridgeTest, AccessibilityHostFactsDefaultsAndBundle) {
     AutoreleasePool pool;
     auto accessibility = MacAccessibility::Create();
-    ASSERT_TRUE(accessibility);
+    auto hostInfo = MacHostInfo::Create();
+    auto defaults = MacUserDefaults::Create();
+    ASSERT_TRUE(accessibility && hostInfo && defaults);
     EXPECT_FALSE(accessibility->isTrusted(false)); // the shim trusts exactly when asked to prompt
     EXPECT_TRUE(accessibility->isTrusted(true));
     int calls = 0;
@@ -143,14 +121,10 @@ TEST_F(ObjcBridgeTest, AccessibilityHostFactsDefaultsAndBundle) {
     [[NSNotificationCenter defaultCenter] postNotificationName:name object:nil];
     EXPECT_EQ(calls, 1);
 
-    auto hostInfo = MacHostInfo::Create();
-    ASSERT_TRUE(hostInfo);
     EXPECT_EQ(hostInfo->operatingSystemVersion(),
               [[[NSProcessInfo processInfo] operatingSystemVersionString] UTF8String]);
     EXPECT_FALSE(hostInfo->loginName().empty());
 
-    auto defaults = MacUserDefaults::Create();
-    ASSERT_TRUE(defaults);
     defaults->setString("UserEmailAddress", "user@example.com");
     defaults->setStringArray("additionalSignatures", {"a", "b"});
     EXPECT_EQ(defaults->string("UserEmailAddress"), "user@example.com");

@@ -3,149 +3,115 @@
 #include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
-#include <stdexcept>
+#include <map>
 
 namespace varnoth::test {
 namespace {
 
-using namespace std::string_literals;
-using Action = SignatureAction;
+using Arguments = std::vector<std::string>;
+using OutlookStandInTest = AgentTest;
 
-const std::string newName = "Default New Email Signature";
-const std::string replyName = "Default Reply Forward Email Signature";
-
-// The stand-in's store in the test's own data folder, and the agent's real script resource running
-// the real stand-in program.
-class OutlookStandInTest : public AgentTest {
-protected:
-    void SetUp() override {
-        AgentTest::SetUp();
-        for (const char* name : {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT",
-                                 "VARNOTH_OUTLOOK_VERSION", "VARNOTH_OUTLOOK_FORM"}) {
-            setEnvironment(name, std::nullopt);
+// Control bytes written out, so that any text is one transcript line.
+std::string shown(const std::optional<std::string>& text) {
+    std::string out = text.value_or("(none)");
+    for (std::size_t at = 0; at < out.size(); ++at) {
+        if (const unsigned char c = out[at]; c < 0x20) {
+            out.replace(at, 1,
+                        c == '\n' ? "\\n" : "\\x" + std::to_string(c >> 4) + "0123456789ABCDEF"[c & 15]);
         }
-        store = OutlookStandInStore(OutlookStandInStore::defaultFolder());
-        ASSERT_EQ(store.folder(), root() / "home/.local/share/Varnoth/Outlook");
-        OutlookHandler::defaultAccount.reset();
-        // A build tree as CMake lays it out: the agent in app/ (not built here), the stand-in under tools/.
-        const auto build = root() / "build";
-        std::filesystem::create_directories(build / "tools/outlook-standin");
-        std::filesystem::create_symlink(VARNOTH_TEST_STANDIN,
-                                        build / "tools/outlook-standin/varnoth-outlook-standin");
-        useAgentAt(build / "app/varnoth-agent");
     }
+    return out;
+}
 
+// The stand-in's store in the test's own data folder; the agent's real script resource runs the real
+// stand-in program, found from where the agent's executable is.
+TEST_F(OutlookStandInTest, StoreHandlerScriptAndProgramStepByStep) {
+    for (const char* name : {"VARNOTH_OUTLOOK_STANDIN", "VARNOTH_OUTLOOK_ACCOUNT", "VARNOTH_OUTLOOK_VERSION",
+                             "VARNOTH_OUTLOOK_FORM"}) {
+        setEnvironment(name, std::nullopt);
+    }
+    OutlookStandInStore store(OutlookStandInStore::defaultFolder());
+    ASSERT_EQ(store.folder(), root() / "home/.local/share/Varnoth/Outlook");
+    OutlookHandler::defaultAccount.reset();
+    ProcessScriptHost host{std::chrono::seconds(60)};
+    std::optional<OutlookHandler> handler;
+    const auto link = [&](const std::string& folder) {
+        std::filesystem::create_directories(root() / folder);
+        std::filesystem::create_symlink(VARNOTH_TEST_STANDIN, root() / folder / "varnoth-outlook-standin");
+    };
     // Where the agent's executable is decides where the script looks for the stand-in.
-    void useAgentAt(const std::filesystem::path& executable) {
+    const auto agentAt = [&](const std::string& executable) {
         auto ports = Platform::ports();
         ports.scriptHost = &host;
         ports.bundle.resourcesFolder = VARNOTH_TEST_RESOURCES;
-        ports.bundle.executablePath = executable;
+        ports.bundle.executablePath = root() / executable;
         Platform::install(ports);
-    }
-
-    // Made in SetUp, once HOME and the XDG folders point into the test's own folder.
-    OutlookStandInStore store{"/nonexistent"};
-    ProcessScriptHost host{std::chrono::seconds(60)};
-};
-
-// Any name and content come back exactly, beside an interrupted write; deleting a signature makes it
-// nobody's default.
-TEST_F(OutlookStandInTest, StoreKeepsAnyNameAndContentAndDefaultsFollowTheirSignatures) {
-    std::vector<std::string> names = {"a/b \"c\"", "..", "%41", "line\nbreak",
-                                      "\u00DCn\u00EFc\u00F6de \U0001F600"};
-    for (const auto& name : names) {
-        store.createSignature(name, name + "\0\r\n"s);
-        EXPECT_EQ(store.signature(name), name + "\0\r\n"s) << name;
-    }
-    writeFile(store.folder() / "signatures/.tmp-abc123", "half a signa");
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(store.signatureNames(), names);
-    EXPECT_THROW(store.createSignature("", "x"), std::runtime_error);
-
-    store.createSignature(newName, "new");
-    store.setDefaultNewSignature("user@example.com", newName);
-    EXPECT_THROW(store.setDefaultNewSignature("user@example.com", "Missing"), std::runtime_error);
-    store.deleteSignature(newName);
-    EXPECT_FALSE(store.defaults("user@example.com").newMessages);
-    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "env@example.com");
-    EXPECT_EQ(store.defaultAccount(), "env@example.com");
-}
-
-// The agent through its script resource and the stand-in program.
-TEST_F(OutlookStandInTest, HandlerInstallsAndComparesSignaturesInTheStandIn) {
-    store.setDefaultAccount("user@example.com");
-    OutlookHandler handler;
-    EXPECT_EQ(OutlookHandler::defaultAccount, "user@example.com");
-    const std::string name = "a/b \"c\"";
-    const std::string html = "<p class=\"sig\">Jos\u00E9 \u2014 'Sales' & \"Support\" \U0001F4DE</p>\r\n";
-    EXPECT_TRUE(handler.createSignature(name, html));
-    EXPECT_EQ(store.signature(name), html);
-    EXPECT_EQ(handler.makeScriptObject()->getSignature(name), html);
-
-    EXPECT_TRUE(handler.defaultNewSignatureNeedsUpdate("<p>Jos\u00E9</p>"));
-    EXPECT_TRUE(handler.createDefaultNewSignature("<p>Jos\u00E9</p>"));
-    EXPECT_FALSE(handler.defaultNewSignatureNeedsUpdate("<p>Jose\u0301</p>"));
-    EXPECT_TRUE(handler.createDefaultReplySignature("<p>Re</p>"));
-    const auto defaults = [&] { return store.defaults("user@example.com"); };
-    EXPECT_TRUE(handler.applyDefaultSignatures(Action::change, Action::change));
-    EXPECT_EQ(defaults().repliesAndForwards, replyName);
-    // Created again (the next run), it is updated in place as in Outlook: still the default.
-    EXPECT_TRUE(handler.createDefaultNewSignature("<p>Jos\u00E9!</p>"));
-    EXPECT_TRUE(handler.applyDefaultSignatures(Action::dontchange, Action::clear));
-    EXPECT_EQ(defaults().newMessages, newName);
-    EXPECT_FALSE(defaults().repliesAndForwards);
-
-    handler.deleteDefaultNewSignature();
-    handler.deleteSignature(name);
-    EXPECT_EQ(store.signatureNames(), std::vector<std::string>{replyName});
-    EXPECT_FALSE(defaults().newMessages);
-    // Outlook cannot make a missing signature the default: the stand-in refuses.
-    EXPECT_FALSE(handler.applyDefaultSignatures(Action::change, Action::undefined));
-    handler.deleteSignatures();
-    EXPECT_TRUE(store.signatureNames().empty());
-}
-
-TEST_F(OutlookStandInTest, StandInRefusesUnknownOperationsAndWrongArguments) {
-    host.loadScripts();
-    auto object = host.makeObject("OutlookScriptObj");
-    for (const auto& [selector, arguments] : std::vector<std::pair<std::string, std::vector<std::string>>>{
-             {"frobnicate:", {"x"}}, {"getSignature:", {}}, {"getVersion", {"unexpected"}}}) {
-        EXPECT_FALSE(object->send(selector, arguments).delivered) << selector;
-    }
-    EXPECT_TRUE(object->send("getVersion", {}).delivered);
-    const auto run = [](std::vector<std::string> arguments, std::string input) {
-        return PosixProcessLauncher()
-            .run({VARNOTH_TEST_STANDIN, arguments, input, std::chrono::seconds(30), {}})
-            .exitCode;
     };
-    EXPECT_EQ(run({"getSignature:"}, "one\0two\0"s), 2);
-    EXPECT_EQ(run({"getSignature:"}, "unterminated"), 2);
-    EXPECT_EQ(run({}, ""), 2);
-    EXPECT_EQ(run({"list", "extra"}, ""), 2);
-}
-
-TEST_F(OutlookStandInTest, ScriptFindsTheStandInBesideTheAgentOrThroughTheOverride) {
-    store.setVersion("16.81");
-    // Installed: the stand-in beside the agent's executable.
-    const auto installed = root() / "opt/bin";
-    std::filesystem::create_directories(installed);
-    std::filesystem::create_symlink(VARNOTH_TEST_STANDIN, installed / "varnoth-outlook-standin");
-    useAgentAt(installed / "varnoth-agent");
-    EXPECT_EQ(OutlookHandler().getVersion(), "16.81");
-
-    // Nowhere to be found: the message fails and the handler carries on.
-    useAgentAt(root() / "nowhere/varnoth-agent");
-    EXPECT_FALSE(OutlookHandler().getVersion());
-
-    // The override wins over every other place.
-    writeFile(root() / "fake-outlook", "#!/bin/sh\nprintf 'override %s' \"$1\"\n");
-    std::filesystem::permissions(root() / "fake-outlook", std::filesystem::perms::owner_all);
-    setEnvironment("VARNOTH_OUTLOOK_STANDIN", (root() / "fake-outlook").string());
-    useAgentAt(installed / "varnoth-agent");
-    EXPECT_EQ(OutlookHandler().getVersion(), "override getVersion");
+    const auto run = [&](Arguments words) {
+        const std::string input = words.back();
+        words.pop_back();
+        const auto result =
+            PosixProcessLauncher().run({VARNOTH_TEST_STANDIN, words, input, std::chrono::seconds(30), {}});
+        return "exit " + std::to_string(result.exitCode) + ": " + shown(result.output);
+    };
+    const Arguments actions = {"undefined", "change", "clear", "dontchange"};
+    const auto action = [&](auto& name) {
+        return SignatureAction(std::ranges::find(actions, name) - actions.begin());
+    };
+    const std::map<std::string, std::function<std::string(const Arguments&)>> steps = {
+        {"create", [&](auto& a) { return store.createSignature(a[0], a[1]), shown(store.signature(a[0])); }},
+        {"show", [&](auto& a) { return shown(store.signature(a[0])); }},
+        {"write", [&](auto& a) { return writeFile(store.folder() / a[0], a[1]), ""; }},
+        {"default-new", [&](auto& a) { return store.setDefaultNewSignature(a[0], a[1]), ""; }},
+        {"delete", [&](auto& a) { return store.deleteSignature(a[0]), ""; }},
+        {"env", [&](auto& a) { return setEnvironment(a[0].c_str(), a[1]), ""; }},
+        {"run", run},
+        {"handler", [&](auto&) { return handler.emplace(), shown(OutlookHandler::defaultAccount); }},
+        {"create-via", [&](auto& a) { return std::to_string(handler->createSignature(a[0], a[1])); }},
+        {"get-via", [&](auto& a) { return shown(handler->makeScriptObject()->getSignature(a[0])); }},
+        {"new-needs-update",
+         [&](auto& a) { return std::to_string(handler->defaultNewSignatureNeedsUpdate(a[0])); }},
+        {"create-new", [&](auto& a) { return std::to_string(handler->createDefaultNewSignature(a[0])); }},
+        {"create-reply", [&](auto& a) { return std::to_string(handler->createDefaultReplySignature(a[0])); }},
+        {"apply",
+         [&](auto& a) {
+             return std::to_string(handler->applyDefaultSignatures(action(a[0]), action(a[1])));
+         }},
+        {"delete-new", [&](auto&) { return handler->deleteDefaultNewSignature(), ""; }},
+        {"delete-via", [&](auto& a) { return handler->deleteSignature(a[0]), ""; }},
+        {"delete-all-via", [&](auto&) { return handler->deleteSignatures(), ""; }},
+        {"send",
+         [&](auto& a) {
+             const auto reply = host.makeObject("OutlookScriptObj")->send(a[0], {a.begin() + 1, a.end()});
+             return std::to_string(reply.delivered) + ", text " + shown(reply.text);
+         }},
+        {"installed-in", [&](auto& a) { return link(a[0]), agentAt(a[0] + "/varnoth-agent"), ""; }},
+        {"agent-at", [&](auto& a) { return agentAt(a[0]), ""; }},
+        {"version", [&](auto&) { return shown(OutlookHandler().getVersion()); }},
+    };
+    // A build tree as CMake lays it out: the agent in app/ (not built here), the stand-in under tools/.
+    link("build/tools/outlook-standin");
+    agentAt("build/app/varnoth-agent");
+    expectTranscript("outlook/standin", [&](const std::string& word, const std::string& rest) {
+        Arguments arguments;
+        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
+            end = rest.find(" | ", start);
+            arguments.push_back(unescaped(rest.substr(start, end - start)));
+        }
+        try {
+            std::string answer = steps.at(word)(arguments);
+            for (auto at = answer.find(root().string()); at != std::string::npos;
+                 at = answer.find(root().string())) {
+                answer.replace(at, root().string().size(), "<root>");
+            }
+            return answer.empty() ? "ok" : answer;
+        } catch (const std::runtime_error& error) {
+            return std::string("throws ") + error.what();
+        }
+    });
 }
 
 } // namespace
