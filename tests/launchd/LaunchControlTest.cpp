@@ -40,17 +40,10 @@ protected:
         options.launchctl = root() / "launchctl";
         control.setOptions(options);
         LaunchControl::shared().setOptions(options);
-        useExecutable(root() / "Varnoth Brelvane Agent.app/Contents/MacOS/Varnoth Brelvane Agent");
     }
     void TearDown() override {
         LaunchControl::shared().setOptions({});
         AgentTest::TearDown();
-    }
-
-    static void useExecutable(const fs::path& executable) {
-        Platform::Ports ports = Platform::ports();
-        ports.bundle.executablePath = executable;
-        Platform::install(ports);
     }
 
     // The recorded command lines, once there are count of them (launchctl is not waited for).
@@ -75,9 +68,6 @@ protected:
 
     // A folder's entries in name order, marked "/" for a folder, "@" for a link and "|" for a pipe.
     static std::string listing(const fs::path& folder) {
-        if (!fs::exists(folder)) {
-            return "no folder";
-        }
         std::set<std::string> names;
         for (const auto& entry : fs::directory_iterator(folder)) {
             const auto type = entry.symlink_status().type();
@@ -88,36 +78,16 @@ protected:
         }
         std::string text;
         for (const auto& name : names) {
-            text += (text.empty() ? "" : " ") + name;
+            text += " " + name;
         }
-        return text.empty() ? "empty" : text;
-    }
-
-    static std::string escaped(const std::string& bytes) {
-        std::string text;
-        for (const char c : bytes) {
-            text += c == '\\'   ? "\\\\"
-                    : c == '\n' ? "\\n"
-                    : c == '\t' ? "\\t"
-                    : c == '\r' ? "\\r"
-                                : std::string(1, c);
-        }
-        return text;
-    }
-
-    static std::string argumentsText(const std::optional<Lines>& list) {
-        std::string text = list ? "" : "malformed";
-        for (const auto& argument : list.value_or(Lines{})) {
-            text += "[" + argument + "]";
-        }
-        return text;
+        return text.empty() ? "empty" : text.substr(1);
     }
 
     std::string step(const std::string& word, const std::string& raw) {
         const std::string name = raw.substr(0, raw.find(' '));
         const std::string more = raw.find(' ') == std::string::npos ? "" : raw.substr(raw.find(' ') + 1);
         const fs::path path = word == "job" ? folder() / name : root() / name;
-        const auto url = [](const LaunchAgent& agent) { return agent.url ? agent.url->string() : "no url"; };
+        const auto url = [](const LaunchAgent& agent) { return agent.url.value_or("no url").string(); };
         LaunchAgent named(word == "locate" ? raw : "named");
         if (word == "write" || word == "job" || word == "mkdir" || word == "fifo" || word == "link" ||
             word == "rm") {
@@ -133,9 +103,10 @@ protected:
             return listing(path.parent_path());
         }
         if (word == "ls" || word == "cat" || word == "folder") {
-            return word == "ls"    ? listing(path)
-                   : word == "cat" ? escaped(readWholeFile(path))
-                                   : control.launchAgentsURL().string();
+            return word == "ls" ? listing(path)
+                   : word == "cat"
+                       ? text::replaceAll(text::replaceAll(readWholeFile(path), "\\", "\\\\"), "\n", "\\n")
+                       : control.launchAgentsURL().string();
         }
         if (word == "save" || word == "writeTo" || word == "writeCalled" || word == "url" ||
             word == "locate") {
@@ -149,10 +120,7 @@ protected:
         }
         if (word == "read" || word == "readCalled") {
             const LaunchAgent read = word == "read" ? control.read(path) : control.readCalled(raw);
-            std::string xml = encodedXml(read);
-            std::erase_if(xml, [](char c) { return c == '\n' || c == '\t'; });
-            return xml.substr(xml.find("<dict"), xml.rfind("</plist>") - xml.find("<dict")) + " from " +
-                   url(read);
+            return oneLine(read) + " from " + url(read);
         }
         // launchctl through this instance, or through the record's own forms (the shared instance).
         if (word == "control" || word == "record") {
@@ -203,8 +171,12 @@ protected:
         }
         if (word == "exec" || word == "args") {
             const std::string exec = word == "exec" ? XdgAutostartLoginItem::execValue(raw) : raw;
-            return (word == "exec" ? exec + " " : "") +
-                   argumentsText(XdgAutostartLoginItem::execArguments(exec));
+            const auto arguments = XdgAutostartLoginItem::execArguments(exec);
+            std::string text = (word == "exec" ? exec + " " : "") + (arguments ? "" : "malformed");
+            for (const auto& argument : arguments.value_or(Lines{})) {
+                text += "[" + argument + "]";
+            }
+            return text;
         }
         if (word == "tooLarge") { // a file size limit binds root too
             rlimit saved{};
