@@ -20,9 +20,7 @@ using Words = std::vector<std::string>;
 // The record decoded from a dictionary body and encoded again on one line, or the error that stopped it.
 template <typename T> std::string reencoded(const std::string& body) {
     try {
-        std::string xml = encodedXml(decodedFrom<T>(body));
-        std::erase_if(xml, [](char c) { return c == '\n' || c == '\t'; });
-        return xml.substr(xml.find("<dict"), xml.rfind("</plist>") - xml.find("<dict"));
+        return oneLine(decodedFrom<T>(body));
     } catch (const PropertyListError& error) {
         return error.what();
     }
@@ -41,10 +39,10 @@ TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
         EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
     }
     LaunchAgent agent("job");
-    EXPECT_EQ(rootKeys(encodedXml(agent)), Words{"Label"});
+    EXPECT_EQ(oneLine(agent), "<dict><key>Label</key><string>job</string></dict>");
     for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
         agent.workingDirectory = bad;
-        EXPECT_THROW(encodedXml(agent), PropertyListError);
+        EXPECT_THROW(oneLine(agent), PropertyListError);
     }
     // The transcript shows this text is the encoding of the decoded record.
     EXPECT_EQ(
@@ -61,65 +59,56 @@ TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
     }
 }
 
-TEST(LaunchAgentTest, AssignmentKeepsProgramAndNiceConsistent) {
-    const auto expectProgram = [](const LaunchAgent& agent, std::optional<std::string> program,
-                                  std::optional<Words> arguments) {
-        EXPECT_EQ(agent.program(), program);
-        EXPECT_EQ(agent.programArguments(), arguments);
-    };
-    expectProgram(LaunchAgent("job", {"/bin/tool"}), "/bin/tool", std::nullopt);
-    expectProgram(LaunchAgent("job", {"/bin/tool", "-v"}), std::nullopt, Words{"/bin/tool", "-v"});
-    expectProgram(LaunchAgent("job", {}), std::nullopt, Words{});
-
+// Assignments to one record, one interval and one set of permission bits, each answered with what it left.
+TEST(LaunchAgentTest, AssignmentsTranscript) {
     LaunchAgent agent("job");
-    agent.setProgramArguments(Words{"/bin/only"});
-    expectProgram(agent, "/bin/only", std::nullopt);
-    agent.setProgramArguments(Words{"/bin/a", "b"});
-    expectProgram(agent, std::nullopt, Words{"/bin/a", "b"});
-    agent.setProgram("/bin/p");
-    expectProgram(agent, "/bin/p", std::nullopt);
-    agent.setProgramArguments(std::nullopt); // absent changes nothing else
-    expectProgram(agent, "/bin/p", std::nullopt);
-    agent.setProgramArguments(Words{}); // an empty list may stand alone
-    expectProgram(agent, std::nullopt, Words{});
-    agent.setProgram(std::nullopt);
-    expectProgram(agent, std::nullopt, Words{});
-
-    for (const auto& [given, stored] : std::vector<std::pair<std::int64_t, std::int64_t>>{
-             {25, 20}, {-100, -20}, {20, 20}, {-21, -20}, {0, 0}}) {
-        agent.setNice(given);
-        EXPECT_EQ(agent.nice(), stored) << given;
-    }
-}
-
-TEST(StartCalendarIntervalTest, SettersClampAndConstructionKeepsValues) {
     StartCalendarInterval interval;
-    interval.setDay(0);
-    interval.setHour(24);
-    interval.setMinute(60);
-    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 1, 23, 59));
-    interval.setDay(40);
-    interval.setHour(-1);
-    interval.setMinute(std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, 0));
-    interval.setDay(31);
-    interval.setMinute(std::nullopt);
-    EXPECT_EQ(interval, StartCalendarInterval(std::nullopt, std::nullopt, 31, 0, std::nullopt));
-    const StartCalendarInterval constructed(std::nullopt, std::nullopt, 40, 99, -3);
-    EXPECT_EQ(constructed.day(), 40);
-    EXPECT_EQ(constructed.minute(), -3);
-}
-
-TEST(PermissionBitsTest, SetOperationsReportWhatChanged) {
     PermissionBits bits{PermissionBits::read, PermissionBits::execute};
-    EXPECT_EQ(bits.insert(PermissionBits::read), std::make_pair(false, PermissionBits::read));
-    EXPECT_EQ(bits.insert(PermissionBits::write), std::make_pair(true, PermissionBits::write));
-    EXPECT_EQ(bits.remove(PermissionBits::execute), PermissionBits::execute);
-    EXPECT_EQ(bits.remove(PermissionBits::execute), std::nullopt);
-    EXPECT_EQ(bits.update(PermissionBits{PermissionBits::read, PermissionBits::execute}),
-              PermissionBits::read);
-    EXPECT_EQ(bits.update(PermissionBits(8)), std::nullopt);
-    EXPECT_EQ(bits.rawValue(), 15);
+    const auto bitsText = [](std::optional<PermissionBits> b) {
+        return b ? std::to_string(b->rawValue()) : "none";
+    };
+    expectTranscript("launchd/assignments", [&](const std::string& word, const std::string& rest) {
+        Words words;
+        std::istringstream in(rest);
+        for (std::string w; in >> w;) {
+            words.push_back(w);
+        }
+        const auto number = [&](std::size_t at) { return std::stoll(words.at(at)); };
+        if (word == "interval" || word == "new") {
+            word == "new"       ? void(interval = StartCalendarInterval(std::nullopt, std::nullopt, number(0),
+                                                                        number(1), number(2)))
+            : words[0] == "day" ? interval.setDay(number(1))
+            : words[0] == "hour"
+                ? interval.setHour(number(1))
+                : interval.setMinute(words[1] == "none" ? std::nullopt : std::optional(number(1)));
+            return oneLine(interval);
+        }
+        if (word == "insert") {
+            const auto [inserted, member] = bits.insert(PermissionBits(number(0)));
+            return std::to_string(inserted) + " " + bitsText(member) + ", now " + bitsText(bits);
+        }
+        if (word == "remove" || word == "update") {
+            const auto old = word == "remove" ? bits.remove(PermissionBits(number(0)))
+                                              : bits.update(PermissionBits(number(0)));
+            return bitsText(old) + ", now " + bitsText(bits);
+        }
+        if (word == "job") {
+            agent = LaunchAgent("job", words);
+        } else if (word == "setProgram") {
+            agent.setProgram(rest == "none" ? std::nullopt : std::optional(rest));
+        } else if (word == "setProgramArguments") {
+            agent.setProgramArguments(rest == "none" ? std::nullopt : std::optional(words));
+        } else {
+            agent.setNice(number(0));
+            return "nice " + std::to_string(agent.nice().value_or(-99));
+        }
+        std::string text = "program " + agent.program().value_or("none") + ", arguments" +
+                           (agent.programArguments() ? ":" : " none");
+        for (const auto& argument : agent.programArguments().value_or(Words{})) {
+            text += " [" + argument + "]";
+        }
+        return text;
+    });
 }
 
 TEST(FilePermissionsTest, NumbersAndTextsTranscript) {

@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
-#include <vector>
 
 namespace varnoth::test {
 
@@ -18,18 +16,11 @@ inline std::string xmlPlist(const std::string& dictionaryBody) {
            "\n</dict>\n</plist>\n";
 }
 
-// The keys of an XML property list's root dictionary, in file order: the writer indents them by one tab.
-inline std::vector<std::string> rootKeys(const std::string& xml) {
-    static const std::regex rootKey("\n\t<key>([^<]*)</key>");
-    std::vector<std::string> keys;
-    for (std::sregex_iterator match(xml.begin(), xml.end(), rootKey), end; match != end; ++match) {
-        keys.push_back((*match)[1]);
-    }
-    return keys;
-}
-
-template <typename T> std::string encodedXml(const T& value) {
-    return PropertyListEncoder().encode(value);
+// A record encoded as XML, its root dictionary on one line: every present key, value and type shows.
+template <typename T> std::string oneLine(const T& record) {
+    std::string xml = PropertyListEncoder().encode(record);
+    std::erase_if(xml, [](char c) { return c == '\n' || c == '\t'; });
+    return xml.substr(xml.find("<dict"), xml.rfind("</plist>") - xml.find("<dict"));
 }
 
 template <typename T> T decodedFrom(const std::string& dictionaryBody) {
