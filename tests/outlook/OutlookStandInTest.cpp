@@ -96,11 +96,7 @@ TEST_F(OutlookStandInTest, StoreHandlerScriptAndProgramStepByStep) {
     link("build/tools/outlook-standin");
     agentAt("build/app/varnoth-agent");
     expectTranscript("outlook/standin", [&](const std::string& word, const std::string& rest) {
-        Arguments arguments;
-        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
-            end = rest.find(" | ", start);
-            arguments.push_back(unescaped(rest.substr(start, end - start)));
-        }
+        const Arguments arguments = caseArguments(rest);
         try {
             std::string answer = steps.at(word)(arguments);
             for (auto at = answer.find(root().string()); at != std::string::npos;

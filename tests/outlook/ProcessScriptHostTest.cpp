@@ -33,11 +33,7 @@ TEST_F(ProcessScriptHostTest,
     host.loadScripts();
     expectTranscript(
         "outlook/script-host", [&](const std::string& word, const std::string& rest) -> std::string {
-            std::vector<std::string> arguments;
-            for (std::size_t start = 0, end = 0; end != std::string::npos && !rest.empty(); start = end + 3) {
-                end = rest.find(" | ", start);
-                arguments.push_back(unescaped(rest.substr(start, end - start)));
-            }
+            std::vector<std::string> arguments = caseArguments(rest);
             const auto send = [&](ProcessScriptHost& to) {
                 auto object = to.makeObject("OutlookScriptObj");
                 return object->send(arguments[0], {arguments.begin() + 1, arguments.end()});

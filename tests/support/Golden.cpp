@@ -71,4 +71,13 @@ void expectTranscript(const std::string& name,
     expectGolden(name, transcript);
 }
 
+std::vector<std::string> caseArguments(const std::string& rest) {
+    std::vector<std::string> arguments;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
+        end = rest.find(" | ", start);
+        arguments.push_back(unescaped(rest.substr(start, end - start)));
+    }
+    return arguments;
+}
+
 } // namespace varnoth::test

@@ -20,6 +20,9 @@ std::string joinLines(const std::vector<std::string>& lines);
 // Case text with \n, \r, \t and \xHH written out.
 std::string unescaped(const std::string& text);
 
+// A case's arguments: the text after its word split at " | ", each unescaped (one empty one for no text).
+std::vector<std::string> caseArguments(const std::string& rest);
+
 // Answers each case of tests/golden/<name>.txt and compares the file with its cases and answers. A case is a
 // line "word rest"; its answer is the line after it, written as "= answer". Blank lines and lines starting
 // with "#" explain the cases and are kept.
