@@ -22,10 +22,24 @@ protected:
         writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
         Config::setShared(nullptr);
     }
-    void expectLog(const std::string& name, const std::vector<std::string>& noted = {}) {
+    // The menu's entries (made anew by `app` if given), "-" for a separator and a box before a checkable one.
+    void noteMenu(AppDelegate* app = nullptr) {
+        if (app) {
+            app->statusMenu().constructMenu();
+        }
+        for (const auto& item : statusItem.menu) {
+            noted.push_back(item.kind == MenuItem::Kind::separator ? "-"
+                            : item.checkable ? (item.checked ? "[x] " : "[ ] ") + item.title
+                                             : item.title);
+        }
+    }
+    // What the test noted, then the whole log.
+    void expectLog(const std::string& name) {
         expectGolden("agent/" + name, joinLines(noted) + joinLines(logLines()),
                      {{root().string(), "<root>"}, {system, "is <system>\n"}});
     }
+
+    std::vector<std::string> noted;
 };
 
 TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
@@ -42,50 +56,43 @@ TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
     expectLog("start-up");
 }
 
+// Steps: set-up, deliver (the permission's notification) or wait a number of milliseconds; each answered
+// with whether the engine started, the permission's observers and the active timers.
 TEST_F(AppDelegateTest, UntrustedStartWaitsForTheNotificationAndStartsOnceHalfASecondLater) {
     accessibility.trusted = false;
     AppDelegate app;
-    app.setUpAgent();
-    EXPECT_EQ(accessibility.prompts, (std::vector<bool>{false, true}));
-    queue.advance(10min);
-    accessibility.deliver();
-    queue.advance(100ms);
-    accessibility.deliver();
-    queue.advance(399ms);
-    EXPECT_FALSE(app.engineStarted());
-    queue.advance(1ms);
-    EXPECT_TRUE(app.engineStarted());
-    EXPECT_EQ(accessibility.observerCount(), 0u);
-    queue.advance(1s);
-    EXPECT_EQ(queue.activeTimerCount(), 1u);
+    expectTranscript("agent/untrusted-steps", [&](const std::string& step, const std::string& ms) {
+        step == "set-up"    ? app.setUpAgent()
+        : step == "deliver" ? accessibility.deliver()
+        : step == "wait"    ? queue.advance(std::chrono::milliseconds(std::stoi(ms)))
+                            : throw std::invalid_argument(step);
+        return "started " + std::to_string(app.engineStarted()) + ", observers " +
+               std::to_string(accessibility.observerCount()) + ", timers " +
+               std::to_string(queue.activeTimerCount());
+    });
+    EXPECT_EQ(accessibility.prompts, (std::vector<bool>{false, true})); // asked without, then with, a prompt
     expectLog("untrusted-start"); // one engine start after two notifications
 }
 
+// "minutes M": the interval for M minutes; "config T": the timer's interval after UpdateFrequency=T.
 TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
-    const auto minimum = AppDelegate::minimumUpdateInterval, maximum = AppDelegate::maximumUpdateInterval;
-    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-    const float minutes[] = {60, 30, 120, 0, -5, 0.01f, nan, inf};
-    const std::chrono::seconds intervals[] = {3600s,   1800s,   7200s,   minimum,
-                                              minimum, minimum, minimum, maximum};
-    for (std::size_t i = 0; i < std::size(minutes); ++i) {
-        EXPECT_EQ(AppDelegate::updateInterval(minutes[i]), intervals[i]) << minutes[i];
-    }
-    for (const auto& [text, interval] : {std::pair{"30m", 1800s}, {"2", 7200s}, {"0.5m", 60s}}) {
-        configure(std::string("UpdateFrequency=") + text + "\n");
+    expectTranscript("agent/update-interval", [&](const std::string& word, const std::string& value) {
+        if (word == "minutes") {
+            return std::to_string(AppDelegate::updateInterval(std::stof(value)).count()) + "ms";
+        }
+        configure("UpdateFrequency=" + value + "\n");
         AppDelegate app;
         app.startEngine();
-        EXPECT_EQ(app.updateTimer()->interval(), interval) << text;
-    }
+        return std::to_string(app.updateTimer()->interval().count()) + "ms";
+    });
     expectLog("update-frequency"); // the warning below one minute is said once
 }
 
 TEST_F(AppDelegateTest, MenuFollowsTheConfigurationAndItsActionsAreLogged) {
-    std::vector<std::string> noted;
     for (const char* config : {"ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n", ""}) {
         configure(config);
         AppDelegate app;
-        app.statusMenu().constructMenu();
-        std::ranges::copy(statusItem.titles(), std::back_inserter(noted));
+        noteMenu(&app);
     }
     AppDelegate app;
     app.statusMenu().constructMenu();
@@ -97,7 +104,7 @@ TEST_F(AppDelegateTest, MenuFollowsTheConfigurationAndItsActionsAreLogged) {
     EXPECT_EQ(application.terminations, 1);
     ASSERT_EQ(workspace.opened.size(), 1u);
     EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
-    expectLog("menu", noted);
+    expectLog("menu");
 }
 
 TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyWithTheSetting) {
@@ -108,40 +115,31 @@ TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyW
     Platform::install(ports);
     const auto entry = root() / "home/.config/autostart/com.varnoth.brelvane-agent.desktop";
     const std::string toggle = "Launch Automatically at Login";
-    std::vector<std::string> noted;
-    // The menu's titles, then whether the toggle is checked, the login item installed and the entry there.
-    const auto note = [&](const std::string& step) {
-        std::ranges::copy(statusItem.titles(), std::back_inserter(noted));
-        const auto titles = statusItem.titles();
-        const bool shown = std::ranges::count(titles, toggle) == 1;
-        noted.push_back(step + ": " +
-                        (shown ? statusItem.item(toggle).checked ? "[x]" : "[ ]" : "no toggle") +
-                        (loginItem.isInstalled() ? " installed" : "") +
+    // The menu, then whether the login item is installed and the entry there.
+    const auto note = [&](const std::string& step, AppDelegate* app = nullptr) {
+        noteMenu(app);
+        noted.push_back(step + ":" + (loginItem.isInstalled() ? " installed" : "") +
                         (std::filesystem::exists(entry) ? " entry" : " no entry"));
     };
     // Without the setting the entry is neither shown nor touched, whoever wrote the file.
     writeFile(entry, "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
     AppDelegate first;
-    first.statusMenu().constructMenu();
-    note("someone else's entry");
+    note("someone else's entry", &first);
     std::filesystem::remove(entry);
     AppDelegate second;
-    second.statusMenu().constructMenu();
-    note("no entry");
+    note("no entry", &second);
 
     configure("ShowLaunchAtLogon=1\n");
     AppDelegate app;
     noted.push_back(app.agent().label + " runs " + app.agent().program().value_or("?"));
-    app.statusMenu().constructMenu();
-    note("with the setting");
+    note("with the setting", &app);
     statusItem.choose(toggle);
     note("chosen");
     AppDelegate restarted; // the choice outlasts a restart
-    restarted.statusMenu().constructMenu();
-    note("restarted");
+    note("restarted", &restarted);
     statusItem.choose(toggle);
     note("chosen again");
-    expectLog("launch-at-login", noted);
+    expectLog("launch-at-login");
 }
 
 } // namespace

@@ -10,12 +10,7 @@ namespace {
 
 class ConfigTest : public AgentTest {
 protected:
-    std::filesystem::path plistPath() const { return systemConfigFolder() / "Varnoth Brelvane Agent.plist"; }
-    std::filesystem::path systemTextPath() const {
-        return systemConfigFolder() / "Varnoth Brelvane Agent.txt";
-    }
     std::filesystem::path userTextPath() const { return userConfigFolder() / "Varnoth Brelvane Agent.txt"; }
-    Config& load() { return Config::shared(); }
 };
 
 // Each case writes one configuration file (after removing the others unless its word starts with "+") and
@@ -25,20 +20,20 @@ protected:
 TEST_F(ConfigTest, FilesAndTheValuesTheyGive) {
     defaults.setString("UserEmailAddress", "dialog@example.com");
     expectTranscript("config/values", [&](const std::string& word, const std::string& content) {
-        if (!word.starts_with("+")) {
-            for (const auto& path : {plistPath(), systemTextPath(), userTextPath()}) {
-                std::filesystem::remove(path);
-            }
-        }
         const std::map<std::string, std::filesystem::path> paths = {
-            {"plist", plistPath()}, {"system", systemTextPath()}, {"user", userTextPath()}};
+            {"plist", systemConfigFolder() / "Varnoth Brelvane Agent.plist"},
+            {"system", systemConfigFolder() / "Varnoth Brelvane Agent.txt"},
+            {"user", userTextPath()}};
+        for (const auto& [kind, path] : paths) {
+            word.starts_with("+") || std::filesystem::remove(path);
+        }
         if (word != "none") {
             writeFile(paths.at(word.substr(word.starts_with("+") ? 1 : 0)), unescaped(content));
         }
         Config::setShared(nullptr);
         clearLog();
         testing::internal::CaptureStdout();
-        const Config& c = load();
+        const Config& c = Config::shared();
         const std::string printed = testing::internal::GetCapturedStdout();
         std::ostringstream out;
         out << (c.plistMode ? "plist " : "text ") << c.UpdateFrequency() << ' '
@@ -56,14 +51,14 @@ TEST_F(ConfigTest, FilesAndTheValuesTheyGive) {
 TEST_F(ConfigTest, ALongUserFileIsReadWhole) {
     writeFile(userTextPath(), "\xEF\xBB\xBFSignatureServerAddress=user\n" +
                                   std::string(10 * 1024 * 1024, 'x') + "\nSignatureServerPort=6100\n");
-    EXPECT_EQ(load().SignatureServerAddress(), "user");
-    EXPECT_EQ(load().SignatureServerPort(), 6100);
+    EXPECT_EQ(Config::shared().SignatureServerAddress(), "user");
+    EXPECT_EQ(Config::shared().SignatureServerPort(), 6100);
 }
 
 TEST_F(ConfigTest, SettingsEntryIsElevenLinesWithoutDirectorySettings) {
     writeFile(userTextPath(),
               "UpdateFrequency=1.5\nSignatureServerAddress=sig\nLDAPPassword=hunter2\nShowExitMenu=0\n");
-    load().logSettings();
+    Config::shared().logSettings();
     expectGolden("config/settings-entry", joinLines(logLines()), {{root().string(), "<root>"}});
 }
 

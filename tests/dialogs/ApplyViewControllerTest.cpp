@@ -1,4 +1,5 @@
 #include "dialogs/ApplyViewController.h"
+#include "base/TextValues.h"
 #include "config/Config.h"
 #include "tests/dialogs/FakeApplyView.h"
 #include "tests/dialogs/ScriptedOutlook.h"
@@ -11,18 +12,13 @@ namespace {
 using Action = SignatureAction;
 
 // Each test writes the dialog's message and button, the log and the messages that change Outlook into a
-// transcript compared with tests/golden/dialogs/apply/<test>.txt.
+// transcript compared with tests/golden/dialogs/apply/.
 class ApplyViewControllerTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
         outlook.emplace();
         controller.emplace(&view);
-    }
-    void TearDown() override {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        expectGolden(std::string("dialogs/apply/") + test->name(), out.str());
-        AgentTest::TearDown();
     }
     // What the update run does before it shows the window, then the window appearing.
     void show(std::optional<SignatureDescriptor> signature) {
@@ -38,13 +34,13 @@ protected:
         show(answer);
     }
     // The message by its name, the button, the log and the messages that change Outlook.
-    void look(const std::string& step) {
+    std::string look() {
         const std::map<std::string, std::string> messages = {
             {ApplyViewController::notChangedMessage, "not changed"},
             {ApplyViewController::automaticMessage, "automatic"},
             {ApplyViewController::manualMessage, "manual"}};
-        out << "== " << step << "\n"
-            << (messages.count(view.message) ? messages.at(view.message) : view.message)
+        std::ostringstream out;
+        out << (messages.count(view.message) ? messages.at(view.message) : view.message)
             << "\n-- button hidden " << view.configureButtonHidden.value_or(-1) << ", automatic "
             << controller->allowAutomaticConfigure() << ", closed " << view.closes << ", loads "
             << outlook->script.loads << "\n"
@@ -54,18 +50,19 @@ protected:
         }
         clearLog();
         outlook->script.messages.clear();
+        return out.str();
     }
 
     std::optional<ScriptedOutlook> outlook;
     FakeApplyView view;
     std::optional<ApplyViewController> controller; // made in SetUp: it reads the configuration
-    std::ostringstream out;
 };
 
 // One dialog reused for every answer, while the administrator changes the permission between updates:
 // dontchange/dontchange means "not changed" without the button; anything else follows the permission.
 TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrentConfiguration) {
     const Action actions[] = {Action::undefined, Action::change, Action::clear, Action::dontchange};
+    std::ostringstream out;
     for (bool allowed : {true, false, true}) {
         writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
                   std::string("AllowConfigureDefaultSignatures=") + (allowed ? "1" : "0") + "\n");
@@ -74,30 +71,27 @@ TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrent
         for (auto newAction : actions) {
             for (auto replyAction : actions) {
                 show(newAction, replyAction);
-                look(std::to_string(int(newAction)) + "/" + std::to_string(int(replyAction)));
+                out << "== " << int(newAction) << "/" << int(replyAction) << "\n" << look();
             }
         }
     }
+    expectGolden("dialogs/apply/message-and-button", out.str());
 }
 
 // Close only closes; each configure click logs, gets a fresh handler (which reuses the account already
 // learned) and closes the window, also when there is nothing to apply or applying fails.
 TEST_F(ApplyViewControllerTest, ConfigureAppliesTheAnswerWithAFreshHandlerPerClickAndAlwaysCloses) {
-    show(std::nullopt);
-    controller->applyTapped();
-    look("nothing to apply");
-    show(Action::dontchange, Action::change);
-    controller->closeTapped();
-    look("closed");
-    controller->applyTapped();
-    look("first click");
-    controller->applyTapped();
-    look("second click");
-    OutlookHandler::defaultAccount.reset();
-    outlook->script.account = "";
-    show(Action::change, Action::clear);
-    controller->applyTapped();
-    look("no account");
+    expectTranscript("dialogs/apply/configure", [&](const std::string& step, const std::string& actions) {
+        if (step == "show") { // "show" alone: no answer; "show N/R": the actions by number
+            actions.empty() ? show(std::nullopt) : show(Action(actions[0] - '0'), Action(actions[2] - '0'));
+        } else if (step == "forget-account") { // and Outlook no longer has one
+            OutlookHandler::defaultAccount.reset(), outlook->script.account = "";
+        } else {
+            step == "close" ? controller->closeTapped() : controller->applyTapped();
+        }
+        const std::string text = look();
+        return text::replaceAll(text.substr(0, text.size() - 1), "\n", "\n= ");
+    });
 }
 
 } // namespace

@@ -29,20 +29,17 @@ public:
 // test keeps what the runs logged and left behind as one transcript, compared with tests/golden/update/.
 class UpdateRunTest : public RunTest {
 protected:
-    // The demo server on a data set of tests/golden/update/data.
-    static std::string data(const char* name) {
-        return std::string(VARNOTH_GOLDEN_DIR) + "/update/data/" + name;
-    }
-    // The base's configuration names anna; a later line of the same key wins, an empty one means none.
-    void configure(const ServerProcess& server, const std::string& address, const std::string& more = "") {
-        RunTest::configure(port = server.port(), "UserEmailAddress=" + address + "\n" + more);
-    }
-    void standIn(std::vector<std::string> arguments) {
-        Platform::processLauncher().run({VARNOTH_TEST_STANDIN, std::move(arguments), {}, 20s, {}});
+    // The demo server on a data set of tests/golden/update/data/ (none: the one already running), and the
+    // base's configuration naming anna; a later line of the same key wins, an empty one means none.
+    void serve(const char* dataSet, const std::string& address, const std::string& more = "") {
+        if (dataSet) {
+            server.emplace(Lines{}, std::string(VARNOTH_GOLDEN_DIR) + "/update/data/" + dataSet);
+        }
+        RunTest::configure(port = server->port(), "UserEmailAddress=" + address + "\n" + more);
     }
     // The log since the last look, then what the user saw and what Outlook and the defaults hold; with a
-    // server, also each deployment log it has received, whole, with its times made stable.
-    void look(const std::string& title, const ServerProcess* server = nullptr, std::size_t files = 0) {
+    // count of them, also the server's deployment logs, whole, with their times made stable.
+    void look(const std::string& title, std::size_t logs = 0) {
         out << "== " << title << "\n"
             << joinLines(logLines()) << "-- window shown " << applyWindow.shown << ", centred "
             << applyWindow.centred << "\n-- icons\n"
@@ -58,7 +55,7 @@ protected:
         alerts.shown.clear();
         statusItem.images.clear();
         static const std::regex time(R"(\d{4}-\d\d-\d\d.\d\d:\d\d:\d\d)");
-        for (const auto& file : server ? ServerProcess::waitForFiles(server->logFolder(), files) : Lines{}) {
+        for (const auto& file : logs ? ServerProcess::waitForFiles(server->logFolder(), logs) : Lines{}) {
             const std::string request = framing::unframe(readWholeFile(server->logFolder() / file));
             out << "== deployment log\n" << std::regex_replace(request, time, "<time>") << "\n";
         }
@@ -71,14 +68,14 @@ protected:
                       {">" + bundle.shortVersion + "." + bundle.version + "<", "><version><"}});
     }
 
+    std::optional<ServerProcess> server;
     FakeWindow applyWindow;
     std::ostringstream out;
     int port = 0;
 };
 
 TEST_F(UpdateRunTest, UnchangedDefaultsRecreateAdditionalSignaturesAndOnlyTheMenuRunOpensTheDialog) {
-    ServerProcess server({}, data("standard"));
-    configure(server, "keep@example.com");
+    serve("standard", "keep@example.com");
     FakeApplyView view;
     ApplyViewController controller(&view);
     AppDelegate app({&applyWindow, nullptr, &controller});
@@ -88,16 +85,15 @@ TEST_F(UpdateRunTest, UnchangedDefaultsRecreateAdditionalSignaturesAndOnlyTheMen
     look("second timer run");
     run(app, true);
     run(app, true);
-    look("two menu runs", &server, 4);
+    look("two menu runs", 4);
     ASSERT_TRUE(controller.signature);
     EXPECT_EQ(controller.signature->defaultSignatureAction, SignatureAction::dontchange);
     expectTranscript("unchanged-defaults");
 }
 
 TEST_F(UpdateRunTest, ChangedDefaultOpensTheDialogOnceAndADefaultInOutlooksOwnFormIsLeftAlone) {
-    ServerProcess server({}, data("standard"));
-    configure(server, "change@example.com");
-    standIn({"set-form", "html"});
+    serve("standard", "change@example.com");
+    Platform::processLauncher().run({VARNOTH_TEST_STANDIN, {"set-form", "html"}, {}, 20s, {}});
     AppDelegate app({&applyWindow, nullptr, nullptr});
     run(app, false);
     look("first run");
@@ -107,15 +103,13 @@ TEST_F(UpdateRunTest, ChangedDefaultOpensTheDialogOnceAndADefaultInOutlooksOwnFo
 }
 
 TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
+    serve("standard", "keep@example.com");
     {
-        ServerProcess server({}, data("standard"));
-        configure(server, "keep@example.com");
         AppDelegate app;
         run(app, false);
         look("first run");
     }
-    ServerProcess server({}, data("later"));
-    configure(server, "keep@example.com");
+    serve("later", "keep@example.com");
     AppDelegate app;
     run(app, false);
     look("run with one signature dropped");
@@ -125,14 +119,13 @@ TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
 // Without a fixed address Outlook's default account is asked; without one the run ends (silently from
 // the timer when so configured, never from the menu).
 TEST_F(UpdateRunTest, AddressIsTheFixedOneOrOutlooksDefaultAccountAndWithoutEitherTheRunFails) {
-    ServerProcess server({}, data("standard"));
-    configure(server, "", "SuppressErrorMessages=1\n");
+    serve("standard", "", "SuppressErrorMessages=1\n");
     AppDelegate app;
     run(app, false);
-    look("timer run without an account", &server, 1);
+    look("timer run without an account", 1);
     run(app, true);
     look("menu run without an account");
-    standIn({"set-account", ""});
+    Platform::processLauncher().run({VARNOTH_TEST_STANDIN, {"set-account", ""}, {}, 20s, {}});
     OutlookHandler::defaultAccount.reset(); // asked once per process
     setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com");
     run(app, false);
@@ -153,8 +146,7 @@ TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
 }
 
 TEST_F(UpdateRunTest, RunAskedForDuringARunIsRefusedAndKeptOutOfItsLog) {
-    ServerProcess server({}, data("standard"));
-    configure(server, "keep@example.com");
+    serve("standard", "keep@example.com");
     AppDelegate app;
     app.updateSignatures(false);
     queue.runUntilIdle(); // the query is sent; the answer is read a second later
@@ -164,9 +156,9 @@ TEST_F(UpdateRunTest, RunAskedForDuringARunIsRefusedAndKeptOutOfItsLog) {
     look("menu run during a run");
     // The timer firing inside a modal alert's nested event loop is refused too.
     alerts.whileShown = [&app] { app.autoUpdateSignatures(); };
-    configure(server, "nobody@example.com");
+    serve(nullptr, "nobody@example.com");
     run(app, false);
-    look("timer run during an alert", &server, 1); // the second run ends before its log is sent
+    look("timer run during an alert", 1); // the second run ends before its log is sent
     expectTranscript("run-during-a-run");
 }
 
