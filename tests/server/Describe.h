@@ -14,7 +14,9 @@ namespace varnoth::test {
 inline std::string describe(const std::optional<SignatureDescriptor>& d, const NetworkService& service,
                             const std::vector<std::string>& lines) {
     static const char* const actions[] = {"undefined", "change", "clear", "dontchange"};
-    const auto shown = [](const std::optional<std::string>& text) { return text ? "\"" + *text + "\"" : "-"; };
+    const auto shown = [](const std::optional<std::string>& text) {
+        return text ? "\"" + *text + "\"" : "-";
+    };
     std::string text = "descriptor: -\n";
     if (d) {
         text = "default: " + std::string(actions[int(d->defaultSignatureAction)]) + " " +
