@@ -31,7 +31,8 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
     }
     writeFile(data / "signatures.conf", mapping);
     ServerProcess server({}, data.string());
-    std::vector<std::string> answers(agents), errors(agents);
+    // A failed send leaves the answer empty, or the server without the agent's log: both fail below.
+    std::vector<std::string> answers(agents);
     std::latch start(agents);
     std::vector<std::thread> threads;
     for (int i = 0; i < agents; ++i) {
@@ -40,7 +41,6 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
             start.arrive_and_wait();
             TCPClient client("127.0.0.1", server.port());
             if (client.connect(10) || client.send(makeSignaturesRequest(mailbox))) {
-                errors[i] = "query not sent";
                 return;
             }
             for (const auto deadline = std::chrono::steady_clock::now() + 20s;
@@ -55,9 +55,8 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
             content.bundleName = "Varnoth Brelvane Agent";
             content.log = "2026-01-01 00:00:00  Parsed signature successfully for " + mailbox + "\n";
             content.times = deploymentTimes(std::chrono::system_clock::now());
-            if (client.connect(10) || client.send(makeDeploymentLogRequest(makeDeploymentLogBody(content)))) {
-                errors[i] = "deployment log not sent";
-            }
+            (void)(client.connect(10) ||
+                   client.send(makeDeploymentLogRequest(makeDeploymentLogBody(content))));
         });
     }
     for (auto& thread : threads) {
@@ -65,15 +64,13 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
     }
     for (int i = 0; i < agents; ++i) {
         const std::string n = std::to_string(i);
-        ASSERT_EQ(errors[i], "") << n;
-        const auto text = utf16::decode(answers[i]);
-        ASSERT_TRUE(text) << n;
         DeploymentFields fields;
-        const auto descriptor = parseSignatureAnswer(framing::unframe(*text), fields);
-        ASSERT_TRUE(descriptor) << n;
-        EXPECT_EQ(descriptor->additionalSignatures,
+        const auto descriptor =
+            parseSignatureAnswer(framing::unframe(utf16::decode(answers[i]).value_or("")), fields);
+        EXPECT_EQ(descriptor.value_or(SignatureDescriptor{}).additionalSignatures,
                   (std::unordered_map<std::string, std::string>{
-                      {"Sig " + n, "<p>Agent " + n + " \u2013 Gr\u00FC\u00DFe</p>"}}));
+                      {"Sig " + n, "<p>Agent " + n + " \u2013 Gr\u00FC\u00DFe</p>"}}))
+            << n;
     }
     const auto files = ServerProcess::waitForFiles(server.logFolder(), agents);
     ASSERT_EQ(files.size(), static_cast<std::size_t>(agents));

@@ -1,6 +1,7 @@
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
+#include "tests/server/Describe.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
 #include "tests/support/LoopbackListener.h"
@@ -10,6 +11,7 @@
 #include "platform/Platform.h"
 
 #include <ctime>
+#include <regex>
 #include <thread>
 
 namespace varnoth::test {
@@ -109,10 +111,7 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     queue.advance(1ms);
     step("one second later");
     // The demo set's group deployment, with text that needs surrogate pairs on the wire.
-    ASSERT_TRUE(result);
-    EXPECT_NE(result->defaultSignature->find("Viele Grüße – 東京 – 😀"), std::string::npos);
-    EXPECT_NE(result->additionalSignatures.at("Tokyo office – 東京").find("東京都千代田区"),
-              std::string::npos);
+    transcript += describe(result, service, {});
     const auto whole = result;
 
     // The deployment log goes to the same server; the times show the same whole second.
@@ -127,8 +126,8 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
 
     // An unknown mailbox gets an answer without settings, which is a successful parse.
     exchange("nobody@example.com");
-    EXPECT_TRUE(result && result->noSetting);
     step("unknown mailbox");
+    transcript += describe(result, service, {});
 
     // The computer moved, and nobody told the C library. A service that never queried sends to the
     // configured server; without identifier and deployment information the body starts with the
@@ -158,41 +157,7 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     }
 }
 
-// --- failed exchanges: each ends with its line and a completion without a descriptor
-
-TEST_F(NetworkServiceTest, ConnectErrorsEndTheExchangeAndDropTheDeploymentLog) {
-    useServer(LoopbackListener::closedPort());
-    exchange();
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(result, std::nullopt);
-    EXPECT_EQ(queue.pendingCount(), 0u);
-    service.submitDeploymentLog(true, "x");
-    queue.runUntilIdle();
-    const std::string refused = "Failed to connect to host: 127.0.0.1 error: Connection refused";
-    EXPECT_EQ(logLines(), (Lines{refused, "Submitting deployment log", refused}));
-
-    useServer(5757, "host.invalid");
-    exchange();
-    EXPECT_EQ(completions, 1);
-    ASSERT_EQ(logLines().size(), 1u);
-    EXPECT_EQ(logLines()[0].rfind("Failed to connect to host: host.invalid error: ", 0), 0u) << logLines()[0];
-
-    // A connect that gets no answer times out: a listener whose accept queue is full drops further
-    // connection requests unanswered.
-    LoopbackListener listener(0);
-    std::vector<std::unique_ptr<TCPClient>> fillers;
-    for (int i = 0; i < 3; ++i) {
-        fillers.push_back(std::make_unique<TCPClient>("127.0.0.1", listener.port()));
-        (void)fillers.back()->connect(200ms);
-    }
-    useServer(listener.port());
-    service.connectTimeout = 300ms;
-    const auto started = std::chrono::steady_clock::now();
-    exchange();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(logLines(), Lines{"Failed to connect to host: 127.0.0.1 error: Connection timed out"});
-}
+// --- failed exchanges: each ends with its lines and a completion without a descriptor
 
 struct FailedExchange {
     const char* title;
@@ -200,13 +165,25 @@ struct FailedExchange {
     std::optional<std::string> answer = {}; // instead of the demo answer
     std::string email = anna;               // a long one makes a query larger than the socket buffers
     std::size_t cap = NetworkService::defaultMaxResponseBytes;
+    std::optional<std::pair<std::string, int>> peer = {}; // no server but this host and port
 };
 
-TEST_F(NetworkServiceTest, EachFailedSendReadOrParseEndsTheExchangeWithItsLines) {
+TEST_F(NetworkServiceTest, EachFailedConnectSendReadOrParseEndsTheExchangeWithItsLines) {
     const std::string broken = "<Response><Identifier>x</Identifier><DeploymentData><DefaultSignature>1"
                                "</DefaultSignature><ReplyForwardSignature>2</ReplyForwardSignature>"
                                "</DeploymentData><Broken></Response>";
+    // A listener whose accept queue is full drops further connection requests unanswered.
+    LoopbackListener listener(0);
+    std::vector<std::unique_ptr<TCPClient>> fillers;
+    for (int i = 0; i < 3; ++i) {
+        fillers.push_back(std::make_unique<TCPClient>("127.0.0.1", listener.port()));
+        (void)fillers.back()->connect(200ms);
+    }
+    const std::pair<std::string, int> unresolvable{"host.invalid", 5757};
     const std::vector<FailedExchange> cases{
+        {.title = "connection refused", .peer = {{"127.0.0.1", LoopbackListener::closedPort()}}},
+        {.title = "unknown host", .peer = unresolvable},
+        {.title = "connect unanswered", .peer = {{"127.0.0.1", listener.port()}}},
         {"peer resets while the query is sent", {"--close-after-accept"}, {}, std::string(8 << 20, 'a')},
         {"peer never reads the query", {"--never-answer"}, {}, std::string(32 << 20, 'a')},
         // The second half of the marker only comes after the (shortened) read bound has passed.
@@ -221,23 +198,33 @@ TEST_F(NetworkServiceTest, EachFailedSendReadOrParseEndsTheExchangeWithItsLines)
          "##!! DATA BLOCK START !!##" + broken + "##!! DATA BLOCK END !!##"},
     };
     service.readTimeout = 500ms;
+    service.connectTimeout = 300ms;
     std::string transcript;
     for (const FailedExchange& test : cases) {
         SCOPED_TRACE(test.title);
-        auto server = startServer(test.switches, test.answer);
+        std::unique_ptr<ServerProcess> server;
+        test.peer ? useServer(test.peer->second, test.peer->first)
+                  : void(server = startServer(test.switches, test.answer));
         service.maxResponseBytes = test.cap;
+        const auto started = std::chrono::steady_clock::now();
         getSignatures(test.email);
         service.tcpClient->sendTimeout = 300ms;
         queue.runUntilIdle();
-        const auto started = std::chrono::steady_clock::now();
-        queue.advance(1s); // the receive step, which must keep to its bound
-        EXPECT_LT(std::chrono::steady_clock::now() - started, 2500ms);
+        queue.advance(1s); // the receive step; each step keeps to its bound (a resolver may take its time)
+        EXPECT_TRUE(std::chrono::steady_clock::now() - started < 2500ms || test.peer == unresolvable);
+        EXPECT_EQ(queue.pendingCount(), 0u);
+        if (test.peer) { // the deployment log is dropped after the same connect error
+            service.submitDeploymentLog(true, "x");
+            queue.runUntilIdle();
+        }
         transcript += "=== " + std::string(test.title) + ", completions: " + std::to_string(completions) +
                       (result ? ", with" : ", without") + " a descriptor\n" + joinLines(logLines());
     }
-    // Which of the two a reset peer gives depends on how far the send got.
-    expectGolden("server/failed-exchanges", transcript,
-                 {{"error: Broken pipe", "error: Connection reset by peer"}});
+    // Which of the two a reset peer gives depends on how far the send got; the resolver's words vary.
+    expectGolden(
+        "server/failed-exchanges",
+        std::regex_replace(transcript, std::regex("host.invalid error: .*"), "host.invalid error: -"),
+        {{"error: Broken pipe", "error: Connection reset by peer"}});
 }
 
 TEST_F(NetworkServiceTest, SilentOrClosedPeerEndsWithTheTimeOutWhileTheProcessorIdles) {

@@ -1,42 +1,16 @@
 #include "server/SignatureDocuments.h"
 #include "server/NetworkService.h"
 #include "server/Utf16.h"
+#include "tests/server/Describe.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
 #include "tests/support/ServerProcess.h"
 
 #include <fstream>
-#include <map>
 #include <sstream>
 
 namespace varnoth::test {
 namespace {
-
-std::string shown(const std::optional<std::string>& text) {
-    return text ? "\"" + *text + "\"" : "-";
-}
-
-// Every field of the descriptor, the deployment identification the parse left and its log lines.
-std::string describe(const std::optional<SignatureDescriptor>& d, const NetworkService& service,
-                     const std::vector<std::string>& lines) {
-    static const char* const actions[] = {"undefined", "change", "clear", "dontchange"};
-    std::string text = "descriptor: -\n";
-    if (d) {
-        text = "default: " + std::string(actions[int(d->defaultSignatureAction)]) + " " +
-               shown(d->defaultSignature) + "\nreply: " + actions[int(d->replySignatureAction)] + " " +
-               shown(d->replySignature) + "\nremove other: " + (d->removeOtherSignatures ? "yes" : "no") +
-               ", no setting: " + (d->noSetting ? "yes" : "no") + "\n";
-        for (const auto& [name, html] :
-             std::map(d->additionalSignatures.begin(), d->additionalSignatures.end())) {
-            text += "additional: \"" + name + "\" " + shown(html) + "\n";
-        }
-    }
-    text += "identifier: " + service.deployIdentifier + "\ninformation: " + service.deployInformation + "\n";
-    for (const auto& line : lines) {
-        text += "log: " + line + "\n";
-    }
-    return text;
-}
 
 class SignatureDocumentsTest : public AgentTest {
 protected:

@@ -3,10 +3,12 @@
 #include "server/NetworkService.h"
 #include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
+#include "tests/server/Describe.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 #include "tests/support/ServerProcess.h"
 
-#include <gmock/gmock.h>
+#include <algorithm>
 #include <numeric>
 
 namespace varnoth::test {
@@ -27,20 +29,17 @@ protected:
     }
 };
 
+// The whole descriptor, identification and log lines of the demo answer for a mailbox of its own, whose
+// PreseveOtherSignatures beats the global true.
 TEST_F(SignatureServerTest, DemoAnswerIsFramedAndParsesIntoTheMailboxsDeployment) {
     SignatureServer server(options());
     const auto text = utf16::decode(joined(server.handle(makeSignaturesRequest("JONAS.WEBER@example.com"))));
     ASSERT_TRUE(text);
     ASSERT_EQ(text->rfind(std::string(framing::startMarker), 0), 0u);
     NetworkService service;
+    clearLog();
     const auto descriptor = service.parseSignatures(framing::unframe(*text));
-    ASSERT_TRUE(descriptor);
-    EXPECT_EQ(descriptor->defaultSignatureAction, SignatureAction::change);
-    EXPECT_EQ(descriptor->replySignatureAction, SignatureAction::dontchange);
-    EXPECT_NE(descriptor->defaultSignature->find("Jonas Weber"), std::string::npos);
-    EXPECT_EQ(descriptor->additionalSignatures.size(), 1u);
-    EXPECT_FALSE(descriptor->removeOtherSignatures); // PreseveOtherSignatures beats the global true
-    EXPECT_EQ(service.deployIdentifier, "mailbox:jonas.weber@example.com");
+    expectGolden("server/demo-answer", describe(descriptor, service, logLines()));
 }
 
 TEST_F(SignatureServerTest, WhateverAClientSendsGetsAnAnswerOrNoneAndEachLogIsKept) {
@@ -61,32 +60,23 @@ TEST_F(SignatureServerTest, WhateverAClientSendsGetsAnAnswerOrNoneAndEachLogIsKe
                 readWholeFile(files[1]) == utf16::decode(log));
 }
 
+// Each data folder's signatures.conf gives the error naming its file and line, or the answer for a@b on one
+// line; a template used as a default is not also an additional signature.
 TEST_F(SignatureServerTest, DataFolderErrorsNameTheFileAndLine) {
     const auto folder = root() / "data";
     writeFile(folder / "templates/a.html", "<p>a</p>");
-    for (const auto& [config, part] : std::vector<std::pair<std::string, std::string>>{
-             {"[mailbox a@b]\ndefault = missing.html\n",
-              "signatures.conf:2: no template file templates/missing.html"},
-             {"[mailbox a@b]\ngroup = Nobody\n", "unknown group Nobody"},
-             {"[mailbox a@b]\nremove-other = sometimes\n", ":2: remove-other is remove, preserve or global"},
-             {"[team x]\n", ":1: expected [global]"},
-             {"default = a.html\n", ":1: setting outside a section"},
-             {"[mailbox a@b]\nadditional = a.html\n", "expected additional = NAME | FILE"},
-         }) {
-        writeFile(folder / "signatures.conf", config);
-        EXPECT_THAT([&] { SignatureServer server(options(folder.string())); },
-                    testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(part)))
-            << config;
-    }
-    writeFile(folder / "signatures.conf",
-              "[mailbox a@b]\ndefault = none\nreply = a.html\nadditional = A | a.html\n");
-    NetworkService service;
-    const auto descriptor =
-        service.parseSignatures(SignatureServer(options(folder.string())).answerText("a@b"));
-    ASSERT_TRUE(descriptor);
-    EXPECT_EQ(descriptor->defaultSignatureAction, SignatureAction::clear);
-    EXPECT_EQ(descriptor->replySignature, "<p>a</p>");
-    EXPECT_TRUE(descriptor->additionalSignatures.empty()); // the same template as the reply default
+    expectTranscript("server/data-folders", [&](const std::string&, const std::string& config) {
+        writeFile(folder / "signatures.conf", unescaped(config));
+        try {
+            NetworkService service;
+            const auto answer = SignatureServer(options(folder.string())).answerText("a@b");
+            auto text = describe(service.parseSignatures(answer), service, {});
+            std::replace(text.begin(), text.end(), '\n', ';');
+            return text;
+        } catch (const std::runtime_error& error) {
+            return "error: " + std::string(error.what()).replace(0, folder.string().size(), "DATA");
+        }
+    });
 }
 
 } // namespace
