@@ -21,9 +21,9 @@
 namespace varnoth::test {
 namespace {
 
-// Base of the tests that drive real Qt windows: the agent test fixture plus one QApplication for the
-// whole program, on the offscreen platform unless a display was chosen.
-class QtWindowTest : public AgentTest {
+// The agent test fixture plus one QApplication for the whole program, on the offscreen platform unless a
+// display was chosen.
+class QtWindowsTest : public AgentTest {
 protected:
     static void SetUpTestSuite() {
         if (QApplication::instance() != nullptr) {
@@ -40,182 +40,138 @@ protected:
 
     // What a user does with the mouse: a left click at a point of the control (its centre by default).
     static void click(QWidget* widget, QPoint at = {}) { QTest::mouseClick(widget, Qt::LeftButton, {}, at); }
-    // A check box toggles only on its indicator or label, so it is clicked near its left edge.
-    static void clickCheckBox(QWidget* box) { click(box, QPoint(6, box->height() / 2)); }
-};
-
-class ApplyWindowTest : public QtWindowTest {
-protected:
-    void SetUp() override {
-        QtWindowTest::SetUp();
-        outlook.emplace();
-        window = std::make_unique<ApplyWindow>();
-    }
-    void TearDown() override {
-        window.reset();
-        QtWindowTest::TearDown();
-    }
-
-    // What an update run does: hand over the answer, let the dialog choose its message, show the window.
-    void updateAndShow(SignatureAction newAction, SignatureAction replyAction) {
-        SignatureDescriptor descriptor;
-        descriptor.defaultSignatureAction = newAction;
-        descriptor.replySignatureAction = replyAction;
-        window->controller().signature = descriptor;
-        window->controller().updateMessage();
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window->dialog()));
-    }
-
-    QLabel* messageView() { return window->dialog().findChild<QLabel*>("messageView"); }
-    QPushButton* configureButton() { return window->dialog().findChild<QPushButton*>("autoConfigureButton"); }
-    QPushButton* closeButton() { return window->dialog().findChild<QPushButton*>("closeButton"); }
-
-    std::optional<ScriptedOutlook> outlook;
-    std::unique_ptr<ApplyWindow> window;
-};
-
-TEST_F(ApplyWindowTest, ConfigureButtonQuotedByTheMessageSendsOnlyTheReplyMessageAndClosesTheWindow) {
-    updateAndShow(SignatureAction::dontchange, SignatureAction::change);
-    EXPECT_EQ(window->controller().view(), window.get());
-    EXPECT_EQ(messageView()->text(), QString::fromUtf8(ApplyViewController::automaticMessage));
-    EXPECT_TRUE(messageView()->text().contains(QString::fromUtf8("\xE2\x80\x9C") + configureButton()->text() +
-                                               QString::fromUtf8("\xE2\x80\x9D")));
-    EXPECT_TRUE(configureButton()->isVisible());
-
-    click(configureButton());
-    EXPECT_EQ(outlook->changes(), (std::vector<RecordingScriptHost::Message>{
-                                      {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
-    EXPECT_FALSE(window->dialog().isVisible());
-    EXPECT_EQ(logLines().back(), "Signatures applied successfully with automation");
-}
-
-// One window reused: closed by its button or Escape, it shows the next update's message and button.
-TEST_F(ApplyWindowTest, CloseLeavesOutlookAloneAndReopenedWindowFollowsTheNextUpdate) {
-    updateAndShow(SignatureAction::change, SignatureAction::clear);
-    EXPECT_TRUE(configureButton()->isVisible());
-    click(closeButton());
-    EXPECT_FALSE(window->dialog().isVisible());
-
-    updateAndShow(SignatureAction::dontchange, SignatureAction::dontchange);
-    EXPECT_EQ(messageView()->text(), QString::fromUtf8(ApplyViewController::notChangedMessage));
-    EXPECT_FALSE(configureButton()->isVisible());
-    EXPECT_TRUE(closeButton()->isVisible());
-    QTest::keyClick(&window->dialog(), Qt::Key_Escape);
-    EXPECT_FALSE(window->dialog().isVisible());
-
-    updateAndShow(SignatureAction::undefined, SignatureAction::change);
-    EXPECT_TRUE(configureButton()->isVisible());
-    EXPECT_TRUE(outlook->script.messages.empty());
-}
-
-class ConfigurationWindowTest : public QtWindowTest {
-protected:
-    void open() {
+    template <typename Window> static void show(Window& window) {
         window.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&window.dialog()));
     }
-
-    QCheckBox* checkbox() { return window.dialog().findChild<QCheckBox*>("emailCheckbox"); }
-    QLineEdit* emailInput() { return window.dialog().findChild<QLineEdit*>("emailInput"); }
-    QPushButton* okButton() { return window.dialog().findChild<QPushButton*>("okButton"); }
-    QPushButton* cancelButton() { return window.dialog().findChild<QPushButton*>("cancelButton"); }
-
-    ConfigurationWindow window;
 };
 
-// The controls reach the controller (whose rules ConfigurationViewControllerTest covers): the box, typing,
+// One window reused: closed by its button or Escape, it shows the next update's message and button; the
+// configure button its message quotes sends only the reply message and closes the window.
+TEST_F(QtWindowsTest, ApplyWindowFollowsEachUpdateAndItsConfigureButtonSendsOnlyTheReplyMessage) {
+    ScriptedOutlook outlook;
+    ApplyWindow window;
+    QDialog& dialog = window.dialog();
+    auto* message = dialog.findChild<QLabel*>("messageView");
+    auto* configure = dialog.findChild<QPushButton*>("autoConfigureButton");
+    auto* close = dialog.findChild<QPushButton*>("closeButton");
+    // What an update run does: hand over the answer, let the dialog choose its message, show the window.
+    const auto update = [&](SignatureAction newAction, SignatureAction replyAction) {
+        auto& signature = window.controller().signature.emplace();
+        signature.defaultSignatureAction = newAction;
+        signature.replySignatureAction = replyAction;
+        window.controller().updateMessage();
+        show(window);
+    };
+    update(SignatureAction::change, SignatureAction::clear);
+    EXPECT_TRUE(configure->isVisible());
+    click(close);
+    EXPECT_FALSE(dialog.isVisible());
+
+    update(SignatureAction::dontchange, SignatureAction::dontchange);
+    EXPECT_EQ(message->text(), QString::fromUtf8(ApplyViewController::notChangedMessage));
+    EXPECT_FALSE(configure->isVisible());
+    EXPECT_TRUE(close->isVisible());
+    QTest::keyClick(&dialog, Qt::Key_Escape);
+    EXPECT_FALSE(dialog.isVisible());
+
+    update(SignatureAction::undefined, SignatureAction::change);
+    EXPECT_TRUE(configure->isVisible());
+    EXPECT_TRUE(outlook.script.messages.empty());
+
+    update(SignatureAction::dontchange, SignatureAction::change);
+    EXPECT_EQ(window.controller().view(), &window);
+    EXPECT_EQ(message->text(), QString::fromUtf8(ApplyViewController::automaticMessage));
+    EXPECT_TRUE(message->text().contains(QString::fromUtf8("\xE2\x80\x9C") + configure->text() +
+                                         QString::fromUtf8("\xE2\x80\x9D")));
+    EXPECT_TRUE(configure->isVisible());
+    click(configure);
+    EXPECT_EQ(outlook.changes(), (std::vector<RecordingScriptHost::Message>{
+                                     {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
+    EXPECT_FALSE(dialog.isVisible());
+    EXPECT_EQ(logLines().back(), "Signatures applied successfully with automation");
+}
+
+// Centred, the window's middle is the screen's, up to the frame's width (known only once shown). The
+// controls reach the controller (whose rules ConfigurationViewControllerTest covers): the box, typing,
 // Return only while OK is enabled, Cancel, Escape and OK.
-TEST_F(ConfigurationWindowTest, ControlsKeysAndButtonsDriveTheDialog) {
-    open();
-    EXPECT_FALSE(emailInput()->isEnabled());
-    clickCheckBox(checkbox());
-    EXPECT_TRUE(emailInput()->isEnabled());
-    QTest::keyClicks(emailInput(), "jane.doe");
-    EXPECT_FALSE(okButton()->isEnabled());
-    QTest::keyClick(emailInput(), Qt::Key_Return);
-    EXPECT_TRUE(window.dialog().isVisible());
-    QTest::keyClicks(emailInput(), "@example.com");
-    QTest::keyClick(emailInput(), Qt::Key_Return);
-    EXPECT_FALSE(window.dialog().isVisible());
+TEST_F(QtWindowsTest, ConfigurationWindowCentresAndItsControlsKeysAndButtonsDriveTheDialog) {
+    ConfigurationWindow window;
+    QDialog& dialog = window.dialog();
+    auto* box = dialog.findChild<QCheckBox*>("emailCheckbox");
+    auto* input = dialog.findChild<QLineEdit*>("emailInput");
+    auto* ok = dialog.findChild<QPushButton*>("okButton");
+    window.center();
+    window.setRestorable(true);
+    show(window);
+    const QRect area = dialog.screen()->availableGeometry();
+    EXPECT_LE(std::abs(dialog.frameGeometry().center().x() - area.center().x()), 8);
+    EXPECT_LE(std::abs(dialog.frameGeometry().center().y() - area.center().y()), 8);
+    EXPECT_TRUE(window.restorable());
+
+    // A check box toggles only on its indicator or label, so it is clicked near its left edge.
+    const QPoint indicator(6, box->height() / 2);
+    EXPECT_FALSE(input->isEnabled());
+    click(box, indicator);
+    EXPECT_TRUE(input->isEnabled());
+    QTest::keyClicks(input, "jane.doe");
+    EXPECT_FALSE(ok->isEnabled());
+    QTest::keyClick(input, Qt::Key_Return);
+    EXPECT_TRUE(dialog.isVisible());
+    QTest::keyClicks(input, "@example.com");
+    QTest::keyClick(input, Qt::Key_Return);
+    EXPECT_FALSE(dialog.isVisible());
     EXPECT_EQ(defaults.string("UserEmailAddress"), "jane.doe@example.com");
 
     for (const bool escape : {false, true}) {
-        open();
-        EXPECT_EQ(emailInput()->text(), "jane.doe@example.com");
-        QTest::keyClicks(emailInput(), "x");
-        escape ? QTest::keyClick(emailInput(), Qt::Key_Escape) : click(cancelButton());
-        EXPECT_FALSE(window.dialog().isVisible());
+        show(window);
+        EXPECT_EQ(input->text(), "jane.doe@example.com");
+        QTest::keyClicks(input, "x");
+        escape ? QTest::keyClick(input, Qt::Key_Escape)
+               : click(dialog.findChild<QPushButton*>("cancelButton"));
+        EXPECT_FALSE(dialog.isVisible());
         EXPECT_EQ(defaults.string("UserEmailAddress"), "jane.doe@example.com");
     }
-    open();
-    clickCheckBox(checkbox());
-    click(okButton());
+    show(window);
+    click(box, indicator);
+    click(ok);
     EXPECT_EQ(defaults.string("UserEmailAddress"), "");
-    EXPECT_FALSE(window.dialog().isVisible());
+    EXPECT_FALSE(dialog.isVisible());
 }
 
-TEST_F(ConfigurationWindowTest, CenterPutsTheWindowInTheMiddleOfTheScreen) {
-    window.center();
-    window.setRestorable(true);
-    open();
-    // The window frame is known only once shown, so the middle may be off by the frame's width.
-    const QRect area = window.dialog().screen()->availableGeometry();
-    const QPoint middle = window.dialog().frameGeometry().center();
-    EXPECT_LE(std::abs(middle.x() - area.center().x()), 8);
-    EXPECT_LE(std::abs(middle.y() - area.center().y()), 8);
-    EXPECT_TRUE(window.restorable());
-}
-
-// The tray menu as Qt draws it from the agent's menu, for the configuration's combinations.
-class StatusMenuTest : public QtWindowTest {
-protected:
-    void SetUp() override {
-        QtWindowTest::SetUp();
-        tray = std::make_unique<QtStatusItem>(VARNOTH_TEST_RESOURCES);
-        Platform::Ports ports = Platform::ports();
-        ports.statusItem = tray.get();
-        Platform::install(ports);
-    }
-    void TearDown() override {
-        tray.reset();
-        QtWindowTest::TearDown();
-    }
-    // Titles in menu order, "-" for separators, "[x] " before a checked entry, "(off) " before a disabled
-    // one; remembers each action by its title.
-    std::string shown() {
-        std::string result;
-        for (QAction* action : tray->menu()->actions()) {
-            const std::string title = action->text().toStdString();
-            actions[title] = action;
-            result += std::string(action->isEnabled() ? "" : "(off) ") + (action->isChecked() ? "[x] " : "") +
-                      (action->isSeparator() ? "-" : title) + "|";
-        }
-        return result;
-    }
-    std::map<std::string, QAction*> actions;
-    std::unique_ptr<QtStatusItem> tray;
-};
-
-// What Qt adds to the agent's menu: the disabled title, real separators, a checked entry, actions, an
-// icon shown also where the offscreen platform has no tray (as a desktop whose panel has not started yet)
-// whose left click opens the menu. The menu's contents and the launch toggle are AppDelegateTest's.
-TEST_F(StatusMenuTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
+// The tray menu as Qt draws it from the agent's menu: the disabled title, real separators, a checked
+// entry, actions, an icon shown also where the offscreen platform has no tray (as a desktop whose panel
+// has not started yet) whose left click opens the menu. The menu's contents and the launch toggle are
+// AppDelegateTest's.
+TEST_F(QtWindowsTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
+    QtStatusItem tray(VARNOTH_TEST_RESOURCES);
+    Platform::Ports ports = Platform::ports();
+    ports.statusItem = &tray;
+    Platform::install(ports);
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "ShowLaunchAtLogon=1\n");
     AppDelegate app;
     app.setLoading(false);
     app.statusMenu().constructMenu();
-    EXPECT_EQ(shown(), "(off) Varnoth Brelvane Agent|-|Update Signatures|[x] Launch Automatically at Login|-|"
-                       "Configure|-|View Logs|-|About|-|Exit|");
+    // Titles in menu order, "-" for separators, "[x] " before a checked entry, "(off) " before a disabled
+    // one.
+    std::string shown;
+    std::map<std::string, QAction*> actions;
+    for (QAction* action : tray.menu()->actions()) {
+        actions[action->text().toStdString()] = action;
+        shown += std::string(action->isEnabled() ? "" : "(off) ") + (action->isChecked() ? "[x] " : "") +
+                 (action->isSeparator() ? "-" : action->text().toStdString()) + "|";
+    }
+    EXPECT_EQ(shown, "(off) Varnoth Brelvane Agent|-|Update Signatures|[x] Launch Automatically at Login|-|"
+                     "Configure|-|View Logs|-|About|-|Exit|");
     actions["About"]->trigger();
     actions["Exit"]->trigger();
     EXPECT_EQ(application.aboutPanels, 1);
     EXPECT_EQ(application.terminations, 1);
     EXPECT_FALSE(QSystemTrayIcon::isSystemTrayAvailable());
-    EXPECT_TRUE(tray->trayIcon().isVisible());
-    emit tray->trayIcon().activated(QSystemTrayIcon::Trigger);
-    EXPECT_TRUE(tray->menu()->isVisible());
-    tray->menu()->hide();
+    EXPECT_TRUE(tray.trayIcon().isVisible());
+    emit tray.trayIcon().activated(QSystemTrayIcon::Trigger);
+    EXPECT_TRUE(tray.menu()->isVisible());
+    tray.menu()->hide();
 }
 
 } // namespace
