@@ -26,16 +26,12 @@ namespace {
 class QtWindowsTest : public AgentTest {
 protected:
     static void SetUpTestSuite() {
-        if (QApplication::instance() != nullptr) {
-            return;
-        }
         setenv("QT_QPA_PLATFORM", "offscreen", 0);
         static int argc = 1;
         static char name[] = "app_tests";
         static char* argv[] = {name, nullptr};
-        // Kept for the life of the process: Qt does not support a second QApplication.
-        static QApplication* application = new QApplication(argc, argv);
-        (void)application;
+        // Made once and kept for the life of the process: Qt does not support a second QApplication.
+        [[maybe_unused]] static QApplication* application = new QApplication(argc, argv);
     }
 
     // What a user does with the mouse: a left click at a point of the control (its centre by default).

@@ -54,15 +54,12 @@ std::string shown(const LDAP::Entries& entries, std::vector<std::string> order) 
     for (const auto& dn : order) {
         text += (text.empty() ? "" : "; ") + (dn.empty() ? "\"\"" : dn) + ":";
         for (const auto& [name, value] : std::map(entries.at(dn).begin(), entries.at(dn).end())) {
-            if (const auto* list = std::get_if<std::vector<std::string>>(&value)) {
-                text += " " + name + "=[";
-                for (std::size_t item = 0; item < list->size(); ++item) {
-                    text += (item ? "," : "") + (*list)[item];
-                }
-                text += "]";
-            } else {
-                text += " " + name + "=" + std::get<std::string>(value);
+            const auto* list = std::get_if<std::vector<std::string>>(&value);
+            text += " " + name + "=" + (list ? "[" : std::get<std::string>(value));
+            for (std::size_t item = 0; list && item < list->size(); ++item) {
+                text += (item ? "," : "") + (*list)[item];
             }
+            text += list ? "]" : "";
         }
     }
     return text.empty() ? "nothing" : text;
@@ -81,15 +78,17 @@ TEST(LDAPTest, BindsSearchesChangesAndAsynchronousCalls) {
     const auto caller = std::this_thread::get_id();
     test::expectTranscript("directory/ldap", [&](const std::string& word, const std::string& rest) {
         std::istringstream words(rest);
-        const std::vector<std::string> in{std::istream_iterator<std::string>(words), {}};
-        const auto depth = [&] {
-            return in[3] == "base" ? Scope::BASE : in[3] == "one" ? Scope::SINGLE_LEVEL : Scope::SUBTREE;
-        };
-        const std::vector<std::string> attributes(in.begin() + std::min<std::size_t>(in.size(), 5), in.end());
+        std::vector<std::string> in{std::istream_iterator<std::string>(words), {}};
         LDAP::Modifications changes;
-        for (const auto& pair : std::vector(in.begin() + std::min<std::size_t>(in.size(), 2), in.end())) {
-            changes[pair.substr(0, pair.find('='))].push_back(pair.substr(pair.find('=') + 1));
+        for (std::size_t at = 2; at < in.size(); ++at) {
+            changes[in[at].substr(0, in[at].find('='))].push_back(in[at].substr(in[at].find('=') + 1));
         }
+        in.resize(std::max<std::size_t>(in.size(), 5));
+        const std::vector<std::string> attributes(in.begin() + 5, in.end());
+        const std::string base = in[1] == "\"\"" ? "" : in[1], sortKey = in[4] == "-" ? "" : in[4];
+        const Scope scope = in[3] == "base"  ? Scope::BASE
+                            : in[3] == "one" ? Scope::SINGLE_LEVEL
+                                             : Scope::SUBTREE;
         std::promise<std::string> done;
         const auto finish = [&](std::optional<std::string> error) { done.set_value(error.value_or("ok")); };
         try {
@@ -99,26 +98,24 @@ TEST(LDAPTest, BindsSearchesChangesAndAsynchronousCalls) {
                 return std::string("ok");
             }
             LDAP& client = *clients.at(in[0]);
-            const std::string base = in[1] == "\"\"" ? "" : in[1],
-                              sortKey = in.size() > 4 && in[4] != "-" ? in[4] : "";
+            const auto credentials = login(in[1]);
             if (word == "login") {
-                const auto credentials = login(in[1]);
                 client.login(credentials);
                 // The texts handed to the SASL interaction live as long as the login.
                 return "ok" + (!credentials || credentials->trashcan.empty()
                                    ? ""
                                    : ", keeping " + std::to_string(credentials->trashcan.size()));
             } else if (word == "search") {
-                const auto entries = client.search(base, in[2], depth(), attributes, sortKey);
+                const auto entries = client.search(base, in[2], scope, attributes, sortKey);
                 const auto& result = client.lastResult();
                 return shown(entries, client.lastEntryNames()) +
                        (result.errCode
                             ? " | result " + std::to_string(result.errCode) + " matched " + result.matched
                             : "");
             } else if (word == "login-async") {
-                client.loginAsync(login(in[1]), finish);
+                client.loginAsync(credentials, finish);
             } else if (word == "search-async") {
-                client.searchAsync(base, in[2], depth(), attributes, sortKey,
+                client.searchAsync(base, in[2], scope, attributes, sortKey,
                                    [&](LDAP::Entries entries, std::optional<std::string> error) {
                                        done.set_value(error.value_or(shown(entries, {})) +
                                                       (std::this_thread::get_id() == caller
