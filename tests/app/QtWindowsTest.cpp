@@ -4,17 +4,17 @@
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
 #include "app/QtStatusItem.h"
-#include "config/Config.h"
+#include "base/TextValues.h"
 #include "platform/Platform.h"
 #include "tests/dialogs/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"
+#include "tests/support/Golden.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
-#include <QLabel>
-#include <QLineEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 #include <cstdlib>
 
@@ -34,105 +34,91 @@ protected:
         [[maybe_unused]] static QApplication* application = new QApplication(argc, argv);
     }
 
-    // What a user does with the mouse: a left click at a point of the control (its centre by default).
-    static void click(QWidget* widget, QPoint at = {}) { QTest::mouseClick(widget, Qt::LeftButton, {}, at); }
-    template <typename Window> static void show(Window& window) {
-        window.show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window.dialog()));
+    // Runs a user's step on the window's dialog: "show", "click CONTROL", "type CONTROL TEXT" or "key CONTROL
+    // Return|Escape", where CONTROL "dialog" is the dialog itself. A check box toggles only on its indicator
+    // or label, so it is clicked near its left edge. The answer is the dialog, shown or hidden, and each
+    // named control: "hidden" when the dialog would not show it, "off" when disabled, "[x]" when checked, and
+    // its text.
+    template <typename Window>
+    static std::string step(Window& window, const std::string& word, const std::string& rest) {
+        QDialog& dialog = window.dialog();
+        const auto space = rest.find(' ');
+        QWidget* control = rest.starts_with("dialog")
+                               ? &dialog
+                               : dialog.findChild<QWidget*>(QString::fromStdString(rest.substr(0, space)));
+        const std::string argument = space == std::string::npos ? "" : rest.substr(space + 1);
+        if (word == "show") {
+            window.show();
+            EXPECT_TRUE(QTest::qWaitForWindowExposed(&dialog));
+        } else if (word == "click") {
+            const QPoint indicator(6, control->height() / 2);
+            QTest::mouseClick(control, Qt::LeftButton, {},
+                              qobject_cast<QCheckBox*>(control) ? indicator : QPoint());
+        } else if (word == "type") {
+            QTest::keyClicks(control, QString::fromStdString(argument));
+        } else if (word == "key") {
+            QTest::keyClick(control, argument == "Return" ? Qt::Key_Return : Qt::Key_Escape);
+        }
+        std::string text = dialog.isVisible() ? "shown" : "hidden";
+        for (QWidget* child : dialog.findChildren<QWidget*>(QRegularExpression("^[a-z]"))) {
+            const auto* box = qobject_cast<QCheckBox*>(child);
+            text += " | " + child->objectName().toStdString() +
+                    (child->isVisibleTo(&dialog) ? "" : " hidden") + (child->isEnabled() ? "" : " off") +
+                    (box && box->isChecked() ? " [x]" : "") + " \"" +
+                    child->property("text").toString().toStdString() + "\"";
+        }
+        return text;
     }
 };
 
 // One window reused: closed by its button or Escape, it shows the next update's message and button; the
-// configure button its message quotes sends only the reply message and closes the window.
+// configure button its message quotes sends only the reply message and closes the window. The steps, the
+// dialog after each, what Outlook was sent and the log's last line are in tests/golden/app/apply-window.txt.
 TEST_F(QtWindowsTest, ApplyWindowFollowsEachUpdateAndItsConfigureButtonSendsOnlyTheReplyMessage) {
     ScriptedOutlook outlook;
     ApplyWindow window;
-    QDialog& dialog = window.dialog();
-    auto* message = dialog.findChild<QLabel*>("messageView");
-    auto* configure = dialog.findChild<QPushButton*>("autoConfigureButton");
-    auto* close = dialog.findChild<QPushButton*>("closeButton");
-    // What an update run does: hand over the answer, let the dialog choose its message, show the window.
-    const auto update = [&](SignatureAction newAction, SignatureAction replyAction) {
-        auto& signature = window.controller().signature.emplace();
-        signature.defaultSignatureAction = newAction;
-        signature.replySignatureAction = replyAction;
-        window.controller().updateMessage();
-        show(window);
-    };
-    update(SignatureAction::change, SignatureAction::clear);
-    EXPECT_TRUE(configure->isVisible());
-    click(close);
-    EXPECT_FALSE(dialog.isVisible());
-
-    update(SignatureAction::dontchange, SignatureAction::dontchange);
-    EXPECT_EQ(message->text(), QString::fromUtf8(ApplyViewController::notChangedMessage));
-    EXPECT_FALSE(configure->isVisible());
-    EXPECT_TRUE(close->isVisible());
-    QTest::keyClick(&dialog, Qt::Key_Escape);
-    EXPECT_FALSE(dialog.isVisible());
-
-    update(SignatureAction::undefined, SignatureAction::change);
-    EXPECT_TRUE(configure->isVisible());
-    EXPECT_TRUE(outlook.script.messages.empty());
-
-    update(SignatureAction::dontchange, SignatureAction::change);
     EXPECT_EQ(window.controller().view(), &window);
-    EXPECT_EQ(message->text(), QString::fromUtf8(ApplyViewController::automaticMessage));
-    EXPECT_TRUE(message->text().contains(QString::fromUtf8("\xE2\x80\x9C") + configure->text() +
-                                         QString::fromUtf8("\xE2\x80\x9D")));
-    EXPECT_TRUE(configure->isVisible());
-    click(configure);
-    EXPECT_EQ(outlook.changes(), (std::vector<RecordingScriptHost::Message>{
-                                     {"applyDefaultReplySignatureFor:", {"jane@example.com"}}}));
-    EXPECT_FALSE(dialog.isVisible());
-    EXPECT_EQ(logLines().back(), "Signatures applied successfully with automation");
+    const QString configure = window.dialog().findChild<QPushButton*>("autoConfigureButton")->text();
+    EXPECT_TRUE(QString::fromUtf8(ApplyViewController::automaticMessage).contains("“" + configure + "”"));
+    const std::map<std::string, SignatureAction> actions = {{"undefined", SignatureAction::undefined},
+                                                            {"change", SignatureAction::change},
+                                                            {"dontchange", SignatureAction::dontchange},
+                                                            {"clear", SignatureAction::clear}};
+    expectTranscript("app/apply-window", [&](const std::string& word, const std::string& rest) {
+        // What an update run does: hand over the answer, let the dialog choose its message, show the window.
+        if (word == "update") {
+            auto& signature = window.controller().signature.emplace();
+            signature.defaultSignatureAction = actions.at(rest.substr(0, rest.find(' ')));
+            signature.replySignatureAction = actions.at(rest.substr(rest.find(' ') + 1));
+            window.controller().updateMessage();
+        }
+        const std::string dialog = step(window, word == "update" ? "show" : word, rest);
+        std::string sent;
+        for (const auto& message : outlook.script.messages) {
+            sent += " " + message.selector + (message.arguments.empty() ? "" : message.arguments[0]);
+        }
+        return text::replaceAll(dialog, ApplyViewController::automaticMessage, "<automatic message>") +
+               " | Outlook:" + sent + " | " + logLines().back();
+    });
 }
 
 // Centred, the window's middle is the screen's, up to the frame's width (known only once shown). The
 // controls reach the controller (whose rules ConfigurationViewControllerTest covers): the box, typing,
-// Return only while OK is enabled, Cancel, Escape and OK.
+// Return only while OK is enabled, Cancel, Escape and OK, in tests/golden/app/configuration-window.txt.
 TEST_F(QtWindowsTest, ConfigurationWindowCentresAndItsControlsKeysAndButtonsDriveTheDialog) {
     ConfigurationWindow window;
-    QDialog& dialog = window.dialog();
-    auto* box = dialog.findChild<QCheckBox*>("emailCheckbox");
-    auto* input = dialog.findChild<QLineEdit*>("emailInput");
-    auto* ok = dialog.findChild<QPushButton*>("okButton");
     window.center();
     window.setRestorable(true);
-    show(window);
-    const QRect area = dialog.screen()->availableGeometry();
-    EXPECT_LE(std::abs(dialog.frameGeometry().center().x() - area.center().x()), 8);
-    EXPECT_LE(std::abs(dialog.frameGeometry().center().y() - area.center().y()), 8);
+    step(window, "show", "");
+    const QRect area = window.dialog().screen()->availableGeometry();
+    EXPECT_LE(std::abs(window.dialog().frameGeometry().center().x() - area.center().x()), 8);
+    EXPECT_LE(std::abs(window.dialog().frameGeometry().center().y() - area.center().y()), 8);
     EXPECT_TRUE(window.restorable());
-
-    // A check box toggles only on its indicator or label, so it is clicked near its left edge.
-    const QPoint indicator(6, box->height() / 2);
-    EXPECT_FALSE(input->isEnabled());
-    click(box, indicator);
-    EXPECT_TRUE(input->isEnabled());
-    QTest::keyClicks(input, "jane.doe");
-    EXPECT_FALSE(ok->isEnabled());
-    QTest::keyClick(input, Qt::Key_Return);
-    EXPECT_TRUE(dialog.isVisible());
-    QTest::keyClicks(input, "@example.com");
-    QTest::keyClick(input, Qt::Key_Return);
-    EXPECT_FALSE(dialog.isVisible());
-    EXPECT_EQ(defaults.string("UserEmailAddress"), "jane.doe@example.com");
-
-    for (const bool escape : {false, true}) {
-        show(window);
-        EXPECT_EQ(input->text(), "jane.doe@example.com");
-        QTest::keyClicks(input, "x");
-        escape ? QTest::keyClick(input, Qt::Key_Escape)
-               : click(dialog.findChild<QPushButton*>("cancelButton"));
-        EXPECT_FALSE(dialog.isVisible());
-        EXPECT_EQ(defaults.string("UserEmailAddress"), "jane.doe@example.com");
-    }
-    show(window);
-    click(box, indicator);
-    click(ok);
-    EXPECT_EQ(defaults.string("UserEmailAddress"), "");
-    EXPECT_FALSE(dialog.isVisible());
+    expectTranscript("app/configuration-window", [&](const std::string& word, const std::string& rest) {
+        const std::string dialog = step(window, word, rest);
+        const auto stored = defaults.string("UserEmailAddress");
+        return dialog + " | stored " + (stored ? "\"" + *stored + "\"" : "none");
+    });
 }
 
 // The tray menu as Qt draws it from the agent's menu: the disabled title, real separators, a checked
