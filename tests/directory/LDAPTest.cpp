@@ -156,12 +156,10 @@ TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
                 }
                 for (char byte; peer != "closing" && std::chrono::steady_clock::now() < until;) {
                     pollfd entry{socket, POLLIN, 0};
-                    if (::poll(&entry, 1, 100) > 0) {
-                        if (::recv(socket, &byte, 1, 0) != 1) {
-                            break; // the client gave up
-                        }
-                        received += byte;
+                    if (::poll(&entry, 1, 100) > 0 && ::recv(socket, &byte, 1, 0) != 1) {
+                        break; // the client gave up
                     }
+                    received += entry.revents ? std::string(1, byte) : "";
                     if (peer == "trickling") {
                         ::send(socket, "\x30", 1, MSG_NOSIGNAL);
                     }
@@ -177,11 +175,10 @@ TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
             } catch (const LDAP::Exception& thrown) {
                 error = thrown.text();
             }
-            const auto took = std::chrono::steady_clock::now() - started;
+            EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(2500));
             EXPECT_LT(std::clock() - cpu, CLOCKS_PER_SEC * 150 / 1000);
             server.join();
             EXPECT_NE(error, "");
-            EXPECT_LT(took, std::chrono::milliseconds(2500));
             if (std::string(scheme) == "ldap" && peer == "silent") {
                 // The search asked for no server-side time limit: size limit 0, then time limit 0.
                 EXPECT_EQ(error, "Timed out");
