@@ -32,10 +32,10 @@ std::string account(const std::string& name, const std::string& attributes) {
 
 // A login as the cases write it: "-" for none, simple:DN:PASSWORD, or MECHANISM:NAME:PASSWORD for SASL
 // (digest, other for one the client does not support).
-std::shared_ptr<Login> login(const std::string& spec) {
-    const auto first = spec.find(':'), second = spec.find(':', first + 1);
-    const std::string kind = spec.substr(0, first), name = spec.substr(first + 1, second - first - 1);
-    const std::string password = second == std::string::npos ? "" : spec.substr(second + 1);
+std::shared_ptr<Login> login(const std::string& written) {
+    const auto first = written.find(':'), second = written.find(':', first + 1);
+    const std::string kind = written.substr(0, first), name = written.substr(first + 1, second - first - 1);
+    const std::string password = second == std::string::npos ? "" : written.substr(second + 1);
     return kind == "-" ? nullptr
            : kind == "simple"
                ? std::make_shared<Login>(name, password)
