@@ -4,6 +4,7 @@
 #include "tests/support/ServerProcess.h"
 
 #include <pwd.h>
+#include <regex>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <thread>
@@ -31,14 +32,23 @@ protected:
     }
 };
 
-TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting) {
+// A second tray agent of the user exits and leaves the first running; a single run and the configuration
+// report are not blocked by it. The start-up sequence itself is AppDelegateTest's; here the real ports
+// carry it through to SIGTERM.
+TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceASecondAgentExitsAndTerminationSaysExiting) {
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
     const pid_t pid = startUntil("SuppressErrorMessages: true");
     ASSERT_GT(pid, 0);
+    const auto second = run({});
+    EXPECT_EQ(second.exitCode, 0);
+    EXPECT_NE(second.errorOutput.find("Another instance of the agent is already running\n"),
+              std::string::npos);
+    EXPECT_EQ(run({"--once"}).exitCode, 1);
+    EXPECT_EQ(run({"--print-config"}).exitCode, 0);
+    EXPECT_EQ(kill(pid, 0), 0);
     const int status = stopChild(pid, 5);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
-    // The sequence itself is AppDelegateTest's; here the real ports carry it through to SIGTERM.
     const std::string text = logText();
     EXPECT_EQ(text.find("  --------------- "), 19u) << text; // the banner is the log's first line
 #ifdef __linux__
@@ -47,34 +57,15 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceAndTerminationSaysExiting)
     EXPECT_NE(text.find(std::string("Linux kernel ") + host.release + "\n"), std::string::npos);
     EXPECT_EQ(text.find("macOS"), std::string::npos);
 #endif
-    std::size_t at = 0;
-    const std::string user = std::string("The current user is ") + getpwuid(getuid())->pw_name + "\n";
-    for (const std::string& piece :
-         {std::string("--------------- Varnoth Brelvane Agent Version "), user,
-          std::string("Starting app engine"), std::string("\nSuppressErrorMessages: true\n"),
-          std::string("Update signatures started")}) {
-        const std::size_t found = text.find(piece, at);
-        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << piece << "\n" << text;
-        at = found + piece.size();
-    }
-    EXPECT_EQ(text.substr(text.size() - 8), "Exiting\n");
-}
-
-TEST_F(AgentProcessTest, ASecondTrayAgentOfTheUserExitsAndLeavesTheFirstRunning) {
-    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
-    const pid_t first = startUntil("Starting app engine");
-    ASSERT_GT(first, 0);
-    const auto second = run({});
-    EXPECT_EQ(second.exitCode, 0);
-    EXPECT_NE(second.errorOutput.find("Another instance of the agent is already running\n"),
-              std::string::npos);
-    const std::string text = logText();
     EXPECT_EQ(text.find("Starting app engine"), text.rfind("Starting app engine")); // one engine, one log
-    // A single run and the configuration report are not blocked by the running agent.
-    EXPECT_EQ(run({"--once"}).exitCode, 1);
-    EXPECT_EQ(run({"--print-config"}).exitCode, 0);
-    EXPECT_EQ(kill(first, 0), 0);
-    stopChild(first, 5);
+    EXPECT_TRUE(std::regex_search(
+        text,
+        std::regex(
+            std::string("--------------- Varnoth Brelvane Agent Version [^]*The current user is ") +
+            getpwuid(getuid())->pw_name +
+            "\n[^]*Starting app engine[^]*\nSuppressErrorMessages: true\n[^]*Update signatures started")))
+        << text;
+    EXPECT_EQ(text.substr(text.size() - 8), "Exiting\n");
 }
 
 TEST_F(AgentProcessTest, OnceReportsTheRunThroughItsExitStatusAndStandardError) {

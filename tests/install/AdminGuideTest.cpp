@@ -7,6 +7,7 @@
 #include "tests/support/AgentTest.h"
 
 #include <functional>
+#include <iomanip>
 #include <ranges>
 #include <regex>
 
@@ -30,14 +31,11 @@ std::string fencedBlockAfter(const std::string& guide, const std::string& headin
     return open == std::string::npos || end == std::string::npos ? "" : guide.substr(start, end + 1 - start);
 }
 
+// A value in the guide's notation: true or false, a number as std::to_string writes it.
 template <typename T> std::string shown(T value) {
-    if constexpr (std::is_same_v<T, bool>) {
-        return value ? "true" : "false";
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        return std::to_string(value);
-    } else {
-        return value;
-    }
+    std::ostringstream out;
+    out << std::boolalpha << std::fixed << std::setprecision(6) << value;
+    return out.str();
 }
 
 // Each key's value as the agent answers it, in the guide's notation.
@@ -145,7 +143,7 @@ TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {
     for (const auto& [key, value] : values) {
         ASSERT_TRUE(table.count(key)) << key;
         // A value of the wrong type silently gives the default, even where it looks right.
-        EXPECT_TRUE(table.at(key).type.ends_with(value.type)) << key << ": " << value;
+        EXPECT_TRUE(table.at(key).type.ends_with(value.type)) << key << ": " << value.type;
         expectAnswered(key, value.text);
     }
 }

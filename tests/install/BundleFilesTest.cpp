@@ -3,40 +3,33 @@
 
 #include "BuildInfo.h"
 #include "tests/install/PlistValue.h"
+#include "tests/support/Golden.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace varnoth::test {
 namespace {
 
-const auto text = [](const std::string& value) { return PlistValue{"text", value}; };
-const auto flag = [](bool value) { return PlistValue{"Boolean", value ? "true" : "false"}; };
-
-TEST(BundleFilesTest, InformationDictionaryMakesAMenuBarAgentWithTheBuildsValues) {
-    const std::string xml = readWholeFile(VARNOTH_INFO_PLIST);
-    EXPECT_EQ(xml.find("${"), std::string::npos) << "a value was not filled in";
-    auto info = PlistValue::read(xml);
-    EXPECT_EQ(build::bundleName, std::string("Varnoth Brelvane Agent"));
-    for (const auto& [key, value] :
-         std::map<std::string, PlistValue>{{"CFBundleName", text(build::bundleName)},
-                                           {"CFBundleIdentifier", text(build::bundleIdentifier)},
-                                           {"CFBundleShortVersionString", text(build::shortVersion)},
-                                           {"CFBundleVersion", text(build::bundleVersion)},
-                                           {"CFBundleExecutable", text(build::bundleName)},
-                                           {"CFBundlePackageType", text("APPL")},
-                                           {"LSUIElement", flag(true)}}) { // menu bar only, no Dock icon
-        EXPECT_EQ(info[key], value) << key;
+// Every key with its type and value, the build's identifier and versions as placeholders, in
+// tests/golden/install/bundle-files.txt. LSUIElement makes a menu bar agent without a Dock icon.
+TEST(BundleFilesTest, InformationDictionaryAndEntitlementsHoldTheBuildsValues) {
+    const std::map<std::string, std::string> placeholders = {{build::bundleIdentifier, "<identifier>"},
+                                                             {build::shortVersion, "<short version>"},
+                                                             {build::bundleVersion, "<version>"}};
+    EXPECT_EQ(build::bundleName, std::string("Varnoth Brelvane Agent")); // the name the dictionary shows
+    std::string listing;
+    for (const std::string path : {VARNOTH_INFO_PLIST, VARNOTH_ENTITLEMENTS}) {
+        const std::string xml = readWholeFile(path);
+        EXPECT_EQ(xml.find("${"), std::string::npos) << "a value was not filled in: " << path;
+        listing += std::filesystem::path(path).filename().string() + "\n";
+        for (const auto& [key, value] : PlistValue::read(xml)) {
+            const auto placeholder = placeholders.find(value.text);
+            listing += "  " + key + ": " + value.type + " " +
+                       (placeholder == placeholders.end() ? value.text : placeholder->second) + "\n";
+        }
     }
-    EXPECT_NE(info["NSAppleEventsUsageDescription"].text.find("Outlook"), std::string::npos);
-}
-
-TEST(BundleFilesTest, EntitlementsAllowAppleEventsToOutlookOutsideTheSandbox) {
-    EXPECT_EQ(PlistValue::read(readWholeFile(VARNOTH_ENTITLEMENTS)),
-              (std::map<std::string, PlistValue>{
-                  {"com.apple.security.app-sandbox", flag(false)},
-                  {"com.apple.security.automation.apple-events", flag(true)},
-                  {"com.apple.security.scripting-targets", text("com.microsoft.Outlook")},
-                  {"com.apple.security.temporary-exception.apple-events", flag(true)}}));
+    expectGolden("install/bundle-files", listing);
 }
 
 } // namespace

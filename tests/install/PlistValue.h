@@ -3,7 +3,6 @@
 #include "tests/support/ServerProcess.h"
 
 #include <map>
-#include <ostream>
 #include <pugixml.hpp>
 #include <string>
 
@@ -13,10 +12,6 @@ namespace varnoth::test {
 struct PlistValue {
     std::string type; // "Boolean", "integer", "text" or the element's name
     std::string text; // "true"/"false" for a Boolean
-    bool operator==(const PlistValue&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const PlistValue& value) {
-        return out << value.type << " \"" << value.text << '"';
-    }
 
     // The entries of a property list in XML; empty when it is not well formed or has no dictionary.
     static std::map<std::string, PlistValue> read(const std::string& xml) {
