@@ -1,146 +1,115 @@
 #include "agent/AppDelegate.h"
+#include "base/TextValues.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
 
+#include <list>
+
 namespace varnoth::test {
 namespace {
 
 using namespace std::chrono_literals;
 
-// Each test's whole log (and what it notes besides) is kept as a golden transcript under agent/.
-class AppDelegateTest : public AgentTest {
+class AppDelegateTest : public AgentTest, public testing::WithParamInterface<std::string> {
 protected:
 #ifdef __APPLE__
     static constexpr const char* system = "is macOS Version 14.5 (Build 23F79)\n";
 #else
     static constexpr const char* system = "is Version 14.5 (Build 23F79)\n"; // the host's text names it
 #endif
-    void configure(const std::string& text) {
-        writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text);
-        Config::setShared(nullptr);
+    // The log since the last look, with the test's folder and the host's system made stable.
+    std::string look() {
+        std::string text = joinLines(logLines());
+        clearLog();
+        return text::replaceAll(text::replaceAll(text, root().string(), "<root>"), system, "is <system>\n");
     }
-    // The menu's entries (made anew by `app` if given), "-" for a separator and a box before a checkable one.
-    void noteMenu(AppDelegate* app = nullptr) {
-        if (app) {
-            app->statusMenu().constructMenu();
-        }
-        for (const auto& item : statusItem.menu) {
-            noted.push_back(item.kind == MenuItem::Kind::separator ? "-"
-                            : item.checkable ? (item.checked ? "[x] " : "[ ] ") + item.title
-                                             : item.title);
-        }
-    }
-    // What the test noted, then the whole log.
-    void expectLog(const std::string& name) {
-        expectGolden("agent/" + name, joinLines(noted) + joinLines(logLines()),
-                     {{root().string(), "<root>"}, {system, "is <system>\n"}});
-    }
-
-    std::vector<std::string> noted;
 };
 
-TEST_F(AppDelegateTest, TrustedStartWritesTheStartUpSequenceInOrder) {
-    configure("SignatureServerAddress=sig.example.com\n");
-    AppDelegate app;
-    app.applicationDidFinishLaunching();
-    EXPECT_EQ(statusItem.images.front(), "menu_icon"); // set before the first run starts
-    EXPECT_EQ(accessibility.prompts, std::vector<bool>{false});
-    ASSERT_NE(app.updateTimer(), nullptr);
-    EXPECT_EQ(app.updateTimer()->interval(), 3600s);
-    host.computer.reset(); // a host without a name skips that line
-    AppDelegate nameless;
-    nameless.setUpAgent();
-    expectLog("start-up");
-}
-
-// Steps: set-up, deliver (the permission's notification) or wait a number of milliseconds; each answered
-// with whether the engine started, the permission's observers and the active timers.
-TEST_F(AppDelegateTest, UntrustedStartWaitsForTheNotificationAndStartsOnceHalfASecondLater) {
-    accessibility.trusted = false;
-    AppDelegate app;
-    expectTranscript("agent/untrusted-steps", [&](const std::string& step, const std::string& ms) {
-        step == "set-up"    ? app.setUpAgent()
-        : step == "deliver" ? accessibility.deliver()
-        : step == "wait"    ? queue.advance(std::chrono::milliseconds(std::stoi(ms)))
-                            : throw std::invalid_argument(step);
-        return "started " + std::to_string(app.engineStarted()) + ", observers " +
-               std::to_string(accessibility.observerCount()) + ", timers " +
-               std::to_string(queue.activeTimerCount());
-    });
-    EXPECT_EQ(accessibility.prompts, (std::vector<bool>{false, true})); // asked without, then with, a prompt
-    expectLog("untrusted-start"); // one engine start after two notifications
-}
-
-// "minutes M": the interval for M minutes; "config T": the timer's interval after UpdateFrequency=T.
-TEST_F(AppDelegateTest, TimerIntervalFollowsUpdateFrequencyWithinItsBounds) {
-    expectTranscript("agent/update-interval", [&](const std::string& word, const std::string& value) {
-        if (word == "minutes") {
-            return std::to_string(AppDelegate::updateInterval(std::stof(value)).count()) + "ms";
-        }
-        configure("UpdateFrequency=" + value + "\n");
-        AppDelegate app;
-        app.startEngine();
-        return std::to_string(app.updateTimer()->interval().count()) + "ms";
-    });
-    expectLog("update-frequency"); // the warning below one minute is said once
-}
-
-TEST_F(AppDelegateTest, MenuFollowsTheConfigurationAndItsActionsAreLogged) {
-    for (const char* config : {"ShowViewLogMenu=0\nShowConfigurationMenu=0\nShowExitMenu=0\n", ""}) {
-        configure(config);
-        AppDelegate app;
-        noteMenu(&app);
-    }
-    AppDelegate app;
-    app.statusMenu().constructMenu();
-    for (const char* title : {"About", "View Logs", "Exit"}) {
-        statusItem.choose(title);
-    }
-    app.applicationWillTerminate();
-    EXPECT_EQ(application.aboutPanels, 1);
-    EXPECT_EQ(application.terminations, 1);
-    ASSERT_EQ(workspace.opened.size(), 1u);
-    EXPECT_EQ(workspace.opened[0].filename(), "Varnoth Brelvane Agent.log");
-    expectLog("menu");
-}
-
-TEST_F(AppDelegateTest, LaunchAtLoginCheckMarkAndAutostartEntryMoveTogetherOnlyWithTheSetting) {
-    XdgAutostartLoginItem loginItem;
+// Each scenario is a step file of tests/golden/agent/; a step's answer is its result, if any, then the log
+// it wrote. "agent" makes an agent; the steps after it act on the last one made.
+TEST_P(AppDelegateTest, StepsLogWhatTheirScenarioFileHolds) {
+    XdgAutostartLoginItem loginItem; // with the setting, the entry in the test's folder
     Platform::Ports ports = Platform::ports();
     ports.loginItem = &loginItem;
     ports.bundle.executablePath = "/opt/varnoth/bin/varnoth-agent";
     Platform::install(ports);
     const auto entry = root() / "home/.config/autostart/com.varnoth.brelvane-agent.desktop";
-    const std::string toggle = "Launch Automatically at Login";
-    // The menu, then whether the login item is installed and the entry there.
-    const auto note = [&](const std::string& step, AppDelegate* app = nullptr) {
-        noteMenu(app);
-        noted.push_back(step + ":" + (loginItem.isInstalled() ? " installed" : "") +
-                        (std::filesystem::exists(entry) ? " entry" : " no entry"));
+    std::list<AppDelegate> apps;
+    std::string result;
+    const auto state = [&] {
+        result = "started " + std::to_string(apps.back().engineStarted()) + ", observers " +
+                 std::to_string(accessibility.observerCount()) + ", timers " +
+                 std::to_string(queue.activeTimerCount());
     };
-    // Without the setting the entry is neither shown nor touched, whoever wrote the file.
-    writeFile(entry, "[Desktop Entry]\nType=Application\nName=Someone else's\nExec=/bin/true\n");
-    AppDelegate first;
-    note("someone else's entry", &first);
-    std::filesystem::remove(entry);
-    AppDelegate second;
-    note("no entry", &second);
-
-    configure("ShowLaunchAtLogon=1\n");
-    AppDelegate app;
-    noted.push_back(app.agent().label + " runs " + app.agent().program().value_or("?"));
-    note("with the setting", &app);
-    statusItem.choose(toggle);
-    note("chosen");
-    AppDelegate restarted; // the choice outlasts a restart
-    note("restarted", &restarted);
-    statusItem.choose(toggle);
-    note("chosen again");
-    expectLog("launch-at-login");
+    const std::map<std::string, std::function<void(const std::string&)>> steps = {
+        {"configure",
+         [&](auto& text) {
+             writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", text), Config::setShared(nullptr);
+         }},
+        {"untrusted", [&](auto&) { accessibility.trusted = false; }},
+        {"nameless", [&](auto&) { host.computer.reset(); }},
+        {"agent", [&](auto&) { apps.emplace_back(); }},
+        {"launch", [&](auto&) { apps.back().applicationDidFinishLaunching(); }},
+        {"start-engine", [&](auto&) { apps.back().startEngine(); }},
+        {"set-up", [&](auto&) { apps.back().setUpAgent(), state(); }},
+        {"deliver", [&](auto&) { accessibility.deliver(), state(); }},
+        {"wait", [&](auto& ms) { queue.advance(std::chrono::milliseconds(std::stoi(ms))), state(); }},
+        {"rebuild", [&](auto&) { apps.back().statusMenu().constructMenu(); }},
+        {"choose", [&](auto& title) { statusItem.choose(title); }},
+        {"terminate", [&](auto&) { apps.back().applicationWillTerminate(); }},
+        {"entry", [&](auto& text) { writeFile(entry, text); }},
+        {"no-entry", [&](auto&) { std::filesystem::remove(entry); }},
+        // The menu's entries, "-" for a separator and a box before a checkable one; then the login item.
+        {"menu",
+         [&](auto&) {
+             for (const auto& item : statusItem.menu) {
+                 result += item.kind == MenuItem::Kind::separator ? "-\n"
+                           : item.checkable ? (item.checked ? "[x] " : "[ ] ") + item.title + "\n"
+                                            : item.title + "\n";
+             }
+             result += std::string(loginItem.isInstalled() ? "installed" : "not installed") +
+                       (std::filesystem::exists(entry) ? ", entry\n" : ", no entry\n");
+         }},
+        {"agent-job",
+         [&](auto&) { result = apps.back().agent().label + " runs " + *apps.back().agent().program(); }},
+        {"minutes",
+         [&](auto& value) {
+             result = std::to_string(AppDelegate::updateInterval(std::stof(value)).count()) + "ms";
+         }},
+        {"timer",
+         [&](auto&) { result = std::to_string(apps.back().updateTimer()->interval().count()) + "ms"; }},
+        {"desktop",
+         [&](auto&) {
+             result = "icons " + joinLines(statusItem.images) + "prompts";
+             for (const bool prompt : accessibility.prompts) {
+                 result += " " + std::to_string(prompt);
+             }
+             result += "\nabout panels " + std::to_string(application.aboutPanels) + ", terminations " +
+                       std::to_string(application.terminations) + ", opened";
+             for (const auto& path : workspace.opened) {
+                 result += " " + path.filename().string();
+             }
+         }},
+    };
+    expectTranscript("agent/" + GetParam(), [&](const std::string& step, const std::string& rest) {
+        result.clear();
+        steps.at(step)(unescaped(rest));
+        const std::string text = result + (result.empty() || result.ends_with("\n") ? "" : "\n") + look();
+        return text::replaceAll(text.substr(0, text.size() - 1), "\n", "\n= ");
+    });
 }
+
+// start-up: the trusted start's sequence in order; untrusted-start: waiting for the permission's
+// notification and starting once half a second later; menu: the entries follow the configuration and their
+// actions are logged; launch-at-login: the check mark and the autostart entry move together only with the
+// setting; update-interval: the timer's interval follows UpdateFrequency within its bounds.
+INSTANTIATE_TEST_SUITE_P(Scenarios, AppDelegateTest,
+                         testing::Values("start_up", "untrusted_start", "menu", "launch_at_login",
+                                         "update_interval"),
+                         [](const auto& info) { return info.param; });
 
 } // namespace
 } // namespace varnoth::test

@@ -13,7 +13,7 @@ using Action = SignatureAction;
 
 // Each test writes the dialog's message and button, the log and the messages that change Outlook into a
 // transcript compared with tests/golden/dialogs/apply/.
-class ApplyViewControllerTest : public AgentTest {
+class ApplyViewControllerTest : public AgentTest, public testing::WithParamInterface<std::string> {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
@@ -26,12 +26,6 @@ protected:
         controller->updateMessage();
         controller->viewWillAppear();
         clearLog();
-    }
-    void show(Action newAction, Action replyAction) {
-        SignatureDescriptor answer;
-        answer.defaultSignatureAction = newAction;
-        answer.replySignatureAction = replyAction;
-        show(answer);
     }
     // The message by its name, the button, the log and the messages that change Outlook.
     std::string look() {
@@ -58,32 +52,25 @@ protected:
     std::optional<ApplyViewController> controller; // made in SetUp: it reads the configuration
 };
 
-// One dialog reused for every answer, while the administrator changes the permission between updates:
-// dontchange/dontchange means "not changed" without the button; anything else follows the permission.
-TEST_F(ApplyViewControllerTest, MessageAndButtonFollowTheLastAnswerAndTheCurrentConfiguration) {
-    const Action actions[] = {Action::undefined, Action::change, Action::clear, Action::dontchange};
-    std::ostringstream out;
-    for (bool allowed : {true, false, true}) {
-        writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
-                  std::string("AllowConfigureDefaultSignatures=") + (allowed ? "1" : "0") + "\n");
-        Config::setShared(nullptr);
-        out << "allowed " << ApplyViewController(&view).allowAutomaticConfigure() << "\n";
-        for (auto newAction : actions) {
-            for (auto replyAction : actions) {
-                show(newAction, replyAction);
-                out << "== " << int(newAction) << "/" << int(replyAction) << "\n" << look();
-            }
-        }
-    }
-    expectGolden("dialogs/apply/message-and-button", out.str());
-}
-
-// Close only closes; each configure click logs, gets a fresh handler (which reuses the account already
-// learned) and closes the window, also when there is nothing to apply or applying fails.
-TEST_F(ApplyViewControllerTest, ConfigureAppliesTheAnswerWithAFreshHandlerPerClickAndAlwaysCloses) {
-    expectTranscript("dialogs/apply/configure", [&](const std::string& step, const std::string& actions) {
+// Each scenario is a step file of tests/golden/dialogs/apply/. message_and_button: one dialog reused for
+// every answer while the administrator changes the permission between updates; dontchange/dontchange means
+// "not changed" without the button, anything else follows the permission. configure: close only closes; each
+// configure click logs, gets a fresh handler (which reuses the account already learned) and closes the
+// window, also when there is nothing to apply or applying fails.
+TEST_P(ApplyViewControllerTest, StepsLeaveTheDialogOfTheirScenarioFile) {
+    expectTranscript("dialogs/apply/" + GetParam(), [&](const std::string& step, const std::string& rest) {
         if (step == "show") { // "show" alone: no answer; "show N/R": the actions by number
-            actions.empty() ? show(std::nullopt) : show(Action(actions[0] - '0'), Action(actions[2] - '0'));
+            std::optional<SignatureDescriptor> answer;
+            if (!rest.empty()) {
+                answer.emplace().defaultSignatureAction = Action(rest[0] - '0');
+                answer->replySignatureAction = Action(rest[2] - '0');
+            }
+            show(answer);
+        } else if (step == "allow") { // the administrator's permission, as a new dialog reads it
+            writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
+                      "AllowConfigureDefaultSignatures=" + rest + "\n");
+            Config::setShared(nullptr), clearLog();
+            return "allowed " + std::to_string(ApplyViewController(&view).allowAutomaticConfigure());
         } else if (step == "forget-account") { // and Outlook no longer has one
             OutlookHandler::defaultAccount.reset(), outlook->script.account = "";
         } else {
@@ -93,6 +80,10 @@ TEST_F(ApplyViewControllerTest, ConfigureAppliesTheAnswerWithAFreshHandlerPerCli
         return text::replaceAll(text.substr(0, text.size() - 1), "\n", "\n= ");
     });
 }
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, ApplyViewControllerTest,
+                         testing::Values("message_and_button", "configure"),
+                         [](const auto& info) { return info.param; });
 
 } // namespace
 } // namespace varnoth::test

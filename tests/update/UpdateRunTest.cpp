@@ -1,3 +1,4 @@
+#include "base/TextValues.h"
 #include "config/Config.h"
 #include "dialogs/ApplyViewController.h"
 #include "outlook/OutlookHandler.h"
@@ -25,23 +26,14 @@ public:
     int centred = 0, shown = 0;
 };
 
-// Whole update runs against the demo signature server and the Outlook stand-in, from an empty store. Each
-// test keeps what the runs logged and left behind as one transcript, compared with tests/golden/update/.
-class UpdateRunTest : public RunTest {
+// Whole update runs against the demo signature server and the Outlook stand-in, from an empty store.
+class UpdateRunTest : public RunTest, public testing::WithParamInterface<std::string> {
 protected:
-    // The demo server on a data set of tests/golden/update/data/ (none: the one already running), and the
-    // base's configuration naming anna; a later line of the same key wins, an empty one means none.
-    void serve(const char* dataSet, const std::string& address, const std::string& more = "") {
-        if (dataSet) {
-            server.emplace(Lines{}, std::string(VARNOTH_GOLDEN_DIR) + "/update/data/" + dataSet);
-        }
-        RunTest::configure(port = server->port(), "UserEmailAddress=" + address + "\n" + more);
-    }
     // The log since the last look, then what the user saw and what Outlook and the defaults hold; with a
     // count of them, also the server's deployment logs, whole, with their times made stable.
-    void look(const std::string& title, std::size_t logs = 0) {
-        out << "== " << title << "\n"
-            << joinLines(logLines()) << "-- window shown " << applyWindow.shown << ", centred "
+    std::string look(std::size_t logs) {
+        std::ostringstream out;
+        out << joinLines(logLines()) << "-- window shown " << applyWindow.shown << ", centred "
             << applyWindow.centred << "\n-- icons\n"
             << joinLines(statusItem.images);
         for (const auto& alert : alerts.shown) {
@@ -59,79 +51,76 @@ protected:
             const std::string request = framing::unframe(readWholeFile(server->logFolder() / file));
             out << "== deployment log\n" << std::regex_replace(request, time, "<time>") << "\n";
         }
-    }
-    void expectTranscript(const std::string& name) {
-        const auto& bundle = Platform::bundle();
-        expectGolden("update/" + name, out.str(),
-                     {{root().string(), "<root>"},
-                      {":" + std::to_string(port), ":<port>"},
-                      {">" + bundle.shortVersion + "." + bundle.version + "<", "><version><"}});
+        const std::string version =
+            ">" + Platform::bundle().shortVersion + "." + Platform::bundle().version + "<";
+        return text::replaceAll(text::replaceAll(out.str(), root().string(), "<root>"), version,
+                                "><version><");
     }
 
     std::optional<ServerProcess> server;
     FakeWindow applyWindow;
-    std::ostringstream out;
-    int port = 0;
 };
 
-TEST_F(UpdateRunTest, UnchangedDefaultsRecreateAdditionalSignaturesAndOnlyTheMenuRunOpensTheDialog) {
-    serve("standard", "keep@example.com");
+// Each scenario is a step file of tests/golden/update/; "look N" answers with what the runs since the last
+// look logged and left behind, and N deployment logs. "serve DATA | ADDRESS | MORE" starts the demo server on
+// a data set of tests/golden/update/data/ ("-": the one already running) and configures the address.
+TEST_P(UpdateRunTest, StepsLeaveWhatTheirScenarioFileHolds) {
     FakeApplyView view;
     ApplyViewController controller(&view);
-    AppDelegate app({&applyWindow, nullptr, &controller});
-    run(app, false);
-    look("first timer run");
-    run(app, false);
-    look("second timer run");
-    run(app, true);
-    run(app, true);
-    look("two menu runs", 4);
-    ASSERT_TRUE(controller.signature);
-    EXPECT_EQ(controller.signature->defaultSignatureAction, SignatureAction::dontchange);
-    expectTranscript("unchanged-defaults");
+    std::optional<AppDelegate> agent;
+    std::string result;
+    const std::map<std::string, std::function<void(const std::vector<std::string>&)>> steps = {
+        {"serve",
+         [&](auto& a) {
+             if (a[0] != "-") {
+                 server.emplace(Lines{}, std::string(VARNOTH_GOLDEN_DIR) + "/update/data/" + a[0]);
+             }
+             configure(server->port(), "UserEmailAddress=" + a[1] + "\n" + (a.size() > 2 ? a[2] : ""));
+         }},
+        {"standin",
+         [&](auto& a) {
+             Platform::processLauncher().run({VARNOTH_TEST_STANDIN, a, {}, 20s, {}});
+         }},
+        // "agent" alone has no windows; "agent window" the apply window, "agent dialog" also its controller.
+        {"agent",
+         [&](auto& a) {
+             agent.reset();
+             agent.emplace(AppDelegate::Windows{a[0].empty() ? nullptr : &applyWindow, nullptr,
+                                                a[0] == "dialog" ? &controller : nullptr});
+         }},
+        {"run", [&](auto& a) { run(*agent, a[0] == "menu"); }},
+        {"look", [&](auto& a) { result = look(a[0].empty() ? 0 : std::stoul(a[0])); }},
+        {"dialog-action",
+         [&](auto&) {
+             result = std::to_string(int(controller.signature.value().defaultSignatureAction)) + "\n";
+         }},
+        {"forget-account", [&](auto&) { OutlookHandler::defaultAccount.reset(); }},
+        {"outlook-account", [&](auto& a) { setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", a[0]); }},
+        // A menu run asked for while the first run waits for its answer, which is read a second later.
+        {"menu-run-during-a-run",
+         [&](auto&) {
+             agent->updateSignatures(false), queue.runUntilIdle(), agent->updateSignatures(true);
+             queue.advance(1s), queue.runUntilIdle();
+         }},
+        // The timer firing inside a modal alert's nested event loop.
+        {"timer-during-alerts", [&](auto&) { alerts.whileShown = [&] { agent->autoUpdateSignatures(); }; }},
+    };
+    expectTranscript("update/" + GetParam(), [&](const std::string& step, const std::string& rest) {
+        result.clear();
+        steps.at(step)(caseArguments(rest));
+        return text::replaceAll(result.empty() ? result : result.substr(0, result.size() - 1), "\n", "\n= ");
+    });
 }
 
-TEST_F(UpdateRunTest, ChangedDefaultOpensTheDialogOnceAndADefaultInOutlooksOwnFormIsLeftAlone) {
-    serve("standard", "change@example.com");
-    Platform::processLauncher().run({VARNOTH_TEST_STANDIN, {"set-form", "html"}, {}, 20s, {}});
-    AppDelegate app({&applyWindow, nullptr, nullptr});
-    run(app, false);
-    look("first run");
-    run(app, false);
-    look("second run");
-    expectTranscript("changed-default-html-form");
-}
-
-TEST_F(UpdateRunTest, SignatureDroppedByTheServerIsDeletedAndForgotten) {
-    serve("standard", "keep@example.com");
-    {
-        AppDelegate app;
-        run(app, false);
-        look("first run");
-    }
-    serve("later", "keep@example.com");
-    AppDelegate app;
-    run(app, false);
-    look("run with one signature dropped");
-    expectTranscript("signature-dropped");
-}
-
-// Without a fixed address Outlook's default account is asked; without one the run ends (silently from
-// the timer when so configured, never from the menu).
-TEST_F(UpdateRunTest, AddressIsTheFixedOneOrOutlooksDefaultAccountAndWithoutEitherTheRunFails) {
-    serve("standard", "", "SuppressErrorMessages=1\n");
-    AppDelegate app;
-    run(app, false);
-    look("timer run without an account", 1);
-    run(app, true);
-    look("menu run without an account");
-    Platform::processLauncher().run({VARNOTH_TEST_STANDIN, {"set-account", ""}, {}, 20s, {}});
-    OutlookHandler::defaultAccount.reset(); // asked once per process
-    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "keep@example.com");
-    run(app, false);
-    look("timer run with Outlook's account");
-    expectTranscript("address-from-outlook");
-}
+// unchanged_defaults: additional signatures are recreated and only the menu run opens the dialog;
+// changed_default: the dialog opens once and a default in Outlook's own form is left alone;
+// signature_dropped: a signature the server drops is deleted and forgotten; address: the fixed one or
+// Outlook's default account, and without either the run fails (silently from the timer when so configured,
+// never from the menu); run_during_a_run: a run asked for during a run is refused and kept out of its log.
+INSTANTIATE_TEST_SUITE_P(Scenarios, UpdateRunTest,
+                         testing::Values("unchanged_defaults", "changed_default", "signature_dropped",
+                                         "address", "run_during_a_run"),
+                         [](const auto& info) { return info.param; });
 
 TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
     writeFile(
@@ -143,23 +132,6 @@ TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
     EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 0);
     EXPECT_EQ(count("Error Update signatures: Fetching signature failed"), 1);
     EXPECT_TRUE(logged("Failed to connect to host: "));
-}
-
-TEST_F(UpdateRunTest, RunAskedForDuringARunIsRefusedAndKeptOutOfItsLog) {
-    serve("standard", "keep@example.com");
-    AppDelegate app;
-    app.updateSignatures(false);
-    queue.runUntilIdle(); // the query is sent; the answer is read a second later
-    app.updateSignatures(true);
-    queue.advance(1s);
-    queue.runUntilIdle();
-    look("menu run during a run");
-    // The timer firing inside a modal alert's nested event loop is refused too.
-    alerts.whileShown = [&app] { app.autoUpdateSignatures(); };
-    serve(nullptr, "nobody@example.com");
-    run(app, false);
-    look("timer run during an alert", 1); // the second run ends before its log is sent
-    expectTranscript("run-during-a-run");
 }
 
 } // namespace
