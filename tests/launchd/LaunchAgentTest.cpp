@@ -9,7 +9,7 @@
 #include "tests/launchd/PlistTestSupport.h"
 
 #include <gtest/gtest.h>
-#include <limits>
+#include <iterator>
 #include <sstream>
 
 namespace varnoth::test {
@@ -17,13 +17,17 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// The record decoded from a dictionary body and encoded again on one line, or the error that stopped it.
-template <typename T> std::string reencoded(const std::string& body) {
+// What make gives, or the error that stopped it.
+template <typename Make> std::string orError(Make make) {
     try {
-        return oneLine(decodedFrom<T>(body));
+        return make();
     } catch (const PropertyListError& error) {
         return error.what();
     }
+}
+
+template <typename T> std::string reencoded(const std::string& bytes) {
+    return orError([&] { return oneLine(PropertyListDecoder().decode<T>(bytes)); });
 }
 
 TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
@@ -33,17 +37,10 @@ TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
         {"MachService", reencoded<MachService>},
         {"inetdCompatibility", reencoded<inetdCompatibility>},
         {"ResourceLimits", reencoded<ResourceLimits>}};
-    expectTranscript("launchd/decoding",
-                     [&](const auto& type, const auto& body) { return records.at(type)(body); });
-    for (const std::string bytes : {"<plist><array/></plist>", "not a property list", ""}) {
-        EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
-    }
-    LaunchAgent agent("job");
-    EXPECT_EQ(oneLine(agent), "<dict><key>Label</key><string>job</string></dict>");
-    for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
-        agent.workingDirectory = bad;
-        EXPECT_THROW(oneLine(agent), PropertyListError);
-    }
+    // A case "bytes" is a whole file for a LaunchAgent, any other the body of a record's root dictionary.
+    expectTranscript("launchd/decoding", [&](const auto& type, const auto& body) {
+        return type == "bytes" ? reencoded<LaunchAgent>(unescaped(body)) : records.at(type)(xmlPlist(body));
+    });
     // The transcript shows this text is the encoding of the decoded record.
     EXPECT_EQ(
         decodedFrom<StartCalendarInterval>("<key>Month</key><integer>3</integer><key>Weekday</key><integer>7"
@@ -68,12 +65,10 @@ TEST(LaunchAgentTest, AssignmentsTranscript) {
         return b ? std::to_string(b->rawValue()) : "none";
     };
     expectTranscript("launchd/assignments", [&](const std::string& word, const std::string& rest) {
-        Words words;
         std::istringstream in(rest);
-        for (std::string w; in >> w;) {
-            words.push_back(w);
-        }
+        const Words words{std::istream_iterator<std::string>(in), {}};
         const auto number = [&](std::size_t at) { return std::stoll(words.at(at)); };
+        const auto given = [&](auto value) { return rest == "none" ? std::nullopt : std::optional(value); };
         if (word == "interval" || word == "new") {
             word == "new"       ? void(interval = StartCalendarInterval(std::nullopt, std::nullopt, number(0),
                                                                         number(1), number(2)))
@@ -92,22 +87,13 @@ TEST(LaunchAgentTest, AssignmentsTranscript) {
                                               : bits.update(PermissionBits(number(0)));
             return bitsText(old) + ", now " + bitsText(bits);
         }
-        if (word == "job") {
-            agent = LaunchAgent("job", words);
-        } else if (word == "setProgram") {
-            agent.setProgram(rest == "none" ? std::nullopt : std::optional(rest));
-        } else if (word == "setProgramArguments") {
-            agent.setProgramArguments(rest == "none" ? std::nullopt : std::optional(words));
-        } else {
-            agent.setNice(number(0));
-            return "nice " + std::to_string(agent.nice().value_or(-99));
-        }
-        std::string text = "program " + agent.program().value_or("none") + ", arguments" +
-                           (agent.programArguments() ? ":" : " none");
-        for (const auto& argument : agent.programArguments().value_or(Words{})) {
-            text += " [" + argument + "]";
-        }
-        return text;
+        word == "label"                 ? void(agent = LaunchAgent(rest))
+        : word == "job"                 ? void(agent = LaunchAgent("job", words))
+        : word == "setProgram"          ? agent.setProgram(given(rest))
+        : word == "setProgramArguments" ? agent.setProgramArguments(given(words))
+        : word == "workingDirectory"    ? void(agent.workingDirectory = unescaped(rest))
+                                        : agent.setNice(number(0));
+        return orError([&] { return oneLine(agent); });
     });
 }
 
