@@ -3,40 +3,35 @@
 
 #include "BuildInfo.h"
 #include "tests/install/PlistValue.h"
+#include "tests/support/Golden.h"
 
 #include <gtest/gtest.h>
 
 namespace varnoth::test {
 namespace {
 
-const auto text = [](const std::string& value) { return PlistValue{"text", value}; };
-const auto flag = [](bool value) { return PlistValue{"Boolean", value ? "true" : "false"}; };
-
-TEST(BundleFilesTest, InformationDictionaryMakesAMenuBarAgentWithTheBuildsValues) {
-    const std::string xml = readWholeFile(VARNOTH_INFO_PLIST);
-    EXPECT_EQ(xml.find("${"), std::string::npos) << "a value was not filled in";
-    auto info = PlistValue::read(xml);
-    EXPECT_EQ(build::bundleName, std::string("Varnoth Brelvane Agent"));
-    for (const auto& [key, value] :
-         std::map<std::string, PlistValue>{{"CFBundleName", text(build::bundleName)},
-                                           {"CFBundleIdentifier", text(build::bundleIdentifier)},
-                                           {"CFBundleShortVersionString", text(build::shortVersion)},
-                                           {"CFBundleVersion", text(build::bundleVersion)},
-                                           {"CFBundleExecutable", text(build::bundleName)},
-                                           {"CFBundlePackageType", text("APPL")},
-                                           {"LSUIElement", flag(true)}}) { // menu bar only, no Dock icon
-        EXPECT_EQ(info[key], value) << key;
+// The entries of a property list's top dictionary, one a line.
+std::string entries(const std::string& file) {
+    std::string text;
+    for (const auto& [key, value] : PlistValue::read(readWholeFile(file))) {
+        text += key + ": " + value.type + " \"" + value.text + "\"\n";
     }
-    EXPECT_NE(info["NSAppleEventsUsageDescription"].text.find("Outlook"), std::string::npos);
+    return text;
 }
 
-TEST(BundleFilesTest, EntitlementsAllowAppleEventsToOutlookOutsideTheSandbox) {
-    EXPECT_EQ(PlistValue::read(readWholeFile(VARNOTH_ENTITLEMENTS)),
-              (std::map<std::string, PlistValue>{
-                  {"com.apple.security.app-sandbox", flag(false)},
-                  {"com.apple.security.automation.apple-events", flag(true)},
-                  {"com.apple.security.scripting-targets", text("com.microsoft.Outlook")},
-                  {"com.apple.security.temporary-exception.apple-events", flag(true)}}));
+// A menu bar agent (LSUIElement: no Dock icon) that may send Apple events to Outlook outside the sandbox. The
+// values a build fills in show as placeholders, so the golden files hold only the fixed ones.
+TEST(BundleFilesTest, InformationDictionaryAndEntitlements) {
+    EXPECT_EQ(readWholeFile(VARNOTH_INFO_PLIST).find("${"), std::string::npos) << "a value was not filled in";
+    EXPECT_EQ(build::bundleName, std::string("Varnoth Brelvane Agent"));
+    const auto built = [](const std::string& key, const std::string& value) {
+        return std::pair(key + ": text \"" + value + "\"", key + ": the build's value");
+    };
+    expectGolden("install/info-plist", entries(VARNOTH_INFO_PLIST),
+                 {built("CFBundleIdentifier", build::bundleIdentifier),
+                  built("CFBundleShortVersionString", build::shortVersion),
+                  built("CFBundleVersion", build::bundleVersion)});
+    expectGolden("install/entitlements", entries(VARNOTH_ENTITLEMENTS));
 }
 
 } // namespace

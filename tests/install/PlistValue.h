@@ -13,7 +13,6 @@ namespace varnoth::test {
 struct PlistValue {
     std::string type; // "Boolean", "integer", "text" or the element's name
     std::string text; // "true"/"false" for a Boolean
-    bool operator==(const PlistValue&) const = default;
     friend std::ostream& operator<<(std::ostream& out, const PlistValue& value) {
         return out << value.type << " \"" << value.text << '"';
     }
