@@ -7,6 +7,7 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -40,44 +41,38 @@ protected:
         AgentTest::TearDown();
     }
 
-    // The recorded command lines, once there are count of them (launchctl is not waited for).
-    Lines calls(std::size_t count) const {
-        Lines lines;
-        for (int attempt = 0; attempt == 0 || (lines.size() < count && attempt < 1000); ++attempt) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(attempt == 0 ? 0 : 10));
-            std::ifstream in(root() / "launchctl.calls");
-            lines.clear();
-            for (std::string line; std::getline(in, line);) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
-    }
-    // The command line a step started, or how many there are when it is not the next one alone.
+    // The command line a step started, or how many there are when it is not the next one alone. launchctl is
+    // not waited for: its line may take a moment to come.
     std::string nextCall() {
-        const Lines lines = calls(++callCount);
-        return lines.size() == callCount ? lines.back() : std::to_string(lines.size()) + " calls";
+        std::string calls = readWholeFile(root() / "launchctl.calls");
+        for (int attempt = 0; std::ranges::count(calls, '\n') <= callCount && attempt < 1000; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            calls = readWholeFile(root() / "launchctl.calls");
+        }
+        const auto count = std::ranges::count(calls, '\n');
+        const auto start = calls.rfind('\n', calls.size() - 2) + 1; // npos + 1 for the first line
+        return count == ++callCount ? calls.substr(start, calls.size() - 1 - start)
+                                    : std::to_string(count) + " calls";
     }
 
     // A folder's entries in name order, marked "/" for a folder, "@" for a link and "|" for a pipe.
     static std::string listing(const fs::path& folder) {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder)) {
+        std::string text;
+        for (const auto& entry : std::set<fs::directory_entry>(fs::directory_iterator(folder), {})) {
             const auto type = entry.symlink_status().type();
-            names.insert(" " + entry.path().filename().string() +
-                         (type == fs::file_type::directory ? "/"
-                          : type == fs::file_type::symlink ? "@"
-                          : type == fs::file_type::fifo    ? "|"
-                                                           : ""));
+            text += " " + entry.path().filename().string() +
+                    (type == fs::file_type::directory ? "/"
+                     : type == fs::file_type::symlink ? "@"
+                     : type == fs::file_type::fifo    ? "|"
+                                                      : "");
         }
-        const std::string text = std::accumulate(names.begin(), names.end(), std::string());
         return text.empty() ? "empty" : text.substr(1);
     }
 
     std::string step(const std::string& word, const std::string& raw) {
         const std::string name = raw.substr(0, raw.find(' '));
         const std::string more = raw.find(' ') == std::string::npos ? "" : raw.substr(raw.find(' ') + 1);
-        const fs::path path = word == "job" ? folder() / name : root() / name;
+        const fs::path path = root() / (word == "job" ? "home/Library/LaunchAgents/" + name : name);
         const auto url = [](const LaunchAgent& agent) { return agent.url.value_or("no url").string(); };
         LaunchAgent named(word == "locate" ? raw : "named");
         if (std::set<std::string>{"write", "job", "mkdir", "fifo", "link", "rm"}.count(word)) {
@@ -110,8 +105,8 @@ protected:
             const LaunchAgent read = word == "read" ? control.read(path) : control.readCalled(raw);
             return oneLine(read) + " from " + url(read);
         }
-        if (word ==
-            "rewrite") { // a job file of another writer: written back as XML, read again and via binary
+        // A job file of another writer: written back as XML, read again and through binary.
+        if (word == "rewrite") {
             LaunchAgent job = control.read(fs::path(VARNOTH_GOLDEN_DIR) / "launchd/jobs" / raw);
             const std::string from = url(job);
             control.writeCalled(job, raw);
@@ -131,7 +126,7 @@ protected:
             return nextCall();
         }
         if (word == "calls") {
-            return std::to_string(calls(0).size());
+            return std::to_string(std::ranges::count(readWholeFile(root() / "launchctl.calls"), '\n'));
         }
         if (word == "status") {
             writeFile(root() / "launchctl.list", "PID\tStatus\tLabel\n" + unescaped(raw));
@@ -150,11 +145,10 @@ protected:
         }
         if (word == "xdg" || word == "launchd") {
             LoginItem& item = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
-            return (raw == "install"  ? item.install()
-                    : raw == "remove" ? item.remove()
-                                      : item.isInstalled())
-                       ? "true"
-                       : "false";
+            const bool done = raw == "install"  ? item.install()
+                              : raw == "remove" ? item.remove()
+                                                : item.isInstalled();
+            return done ? "true" : "false";
         }
         if (word == "entry") {
             writeFile(XdgAutostartLoginItem::entryPath(), unescaped(raw));
@@ -169,23 +163,17 @@ protected:
         }
         if (word == "exec" || word == "args") {
             const std::string exec = word == "exec" ? XdgAutostartLoginItem::execValue(raw) : raw;
-            const auto arguments = XdgAutostartLoginItem::execArguments(exec);
-            std::string text = (word == "exec" ? exec + " " : "") + (arguments ? "" : "malformed");
-            for (const auto& argument : arguments.value_or(Lines{})) {
-                text += "[" + argument + "]";
-            }
-            return text;
+            const auto arguments = XdgAutostartLoginItem::execArguments(exec).value_or(Lines{"malformed"});
+            return std::accumulate(
+                arguments.begin(), arguments.end(), word == "exec" ? exec + " " : "",
+                [](const std::string& text, const auto& a) { return text + "[" + a + "]"; });
         }
-        if (word == "tooLarge") { // a file size limit binds root too
-            rlimit saved{};
-            getrlimit(RLIMIT_FSIZE, &saved);
-            const rlimit limited{std::stoul(raw), saved.rlim_max};
+        if (word == "limit") { // a file size limit binds root too; without a size, the hard limit again
             signal(SIGXFSZ, SIG_IGN);
-            setrlimit(RLIMIT_FSIZE, &limited);
-            const bool installed = autostart.install();
-            setrlimit(RLIMIT_FSIZE, &saved);
-            signal(SIGXFSZ, SIG_DFL);
-            return installed ? "true" : "false";
+            rlimit limit{};
+            getrlimit(RLIMIT_FSIZE, &limit);
+            limit.rlim_cur = raw.empty() ? limit.rlim_max : std::stoul(raw);
+            return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? "set" : "not set";
         }
         ADD_FAILURE() << "no step " << word;
         return "";
@@ -212,13 +200,11 @@ protected:
                                 "<golden>");
     }
 
-    fs::path folder() const { return root() / "home/Library/LaunchAgents"; }
-
     LaunchControl control;
     LaunchAgent agent{"com.example.job", {"/bin/true"}};
     XdgAutostartLoginItem autostart;
     LaunchdLoginItem jobRecord{control};
-    std::size_t callCount = 0;
+    std::ptrdiff_t callCount = 0;
 };
 
 // Launch control's files and launchctl first, then both login items in the same folders.

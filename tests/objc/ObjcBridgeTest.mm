@@ -47,12 +47,8 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperat
     auto ports = Platform::ports();
     std::optional<OutlookHandler> handler;
     const auto script = [&] { return AppleScriptProtocol(host->makeObject(AppleScriptProtocol::className)); };
-    const Lines actions = {"undefined", "change", "clear", "dontchange"};
-    const auto action = [&](auto& name) {
-        return SignatureAction(std::ranges::find(actions, name) - actions.begin());
-    };
-    using Arguments = std::vector<std::string>;
-    const std::map<std::string, std::function<std::string(const Arguments&)>> steps = {
+    const auto action = [](auto& number) { return SignatureAction(std::stoi(number)); };
+    const std::map<std::string, std::function<std::string(const Lines&)>> steps = {
         {"use", [&](auto& a) { return ports.scriptHost = a[0] == "empty" ? empty.get() : host.get(), "ok"; }},
         {"load", [&](auto&) { return host->loadScripts(), "ok"; }},
         {"object", [&](auto& a) { return host->makeObject(a[0]) ? "made" : "none"; }},
