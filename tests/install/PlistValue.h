@@ -21,16 +21,13 @@ struct PlistValue {
     static std::map<std::string, PlistValue> read(const std::string& xml) {
         pugi::xml_document document;
         std::map<std::string, PlistValue> values;
-        if (!document.load_string(xml.c_str())) {
-            return values;
-        }
-        for (auto key = document.child("plist").child("dict").child("key"); key;
-             key = key.next_sibling("key")) {
-            const auto node = key.next_sibling();
-            const std::string name = node.name();
-            values[key.text().get()] = name == "true" || name == "false" ? PlistValue{"Boolean", name}
-                                       : name == "string" ? PlistValue{"text", node.text().get()}
-                                                          : PlistValue{name, node.text().get()};
+        for (auto key = document.load_string(xml.c_str()) ? document.child("plist").child("dict").child("key")
+                                                          : pugi::xml_node();
+             key; key = key.next_sibling("key")) {
+            const std::string name = key.next_sibling().name(), text = key.next_sibling().text().get();
+            values[key.text().get()] = name == "true" || name == "false"
+                                           ? PlistValue{"Boolean", name}
+                                           : PlistValue{name == "string" ? "text" : name, text};
         }
         return values;
     }

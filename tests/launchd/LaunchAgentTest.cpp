@@ -18,12 +18,10 @@ namespace {
 using Words = std::vector<std::string>;
 
 // What make gives, or the error that stopped it.
-template <typename Make> std::string orError(Make make) {
-    try {
-        return make();
-    } catch (const PropertyListError& error) {
-        return error.what();
-    }
+template <typename Make> std::string orError(Make make) try {
+    return make();
+} catch (const PropertyListError& error) {
+    return error.what();
 }
 
 template <typename T> std::string reencoded(const std::string& bytes) {

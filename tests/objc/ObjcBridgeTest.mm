@@ -39,7 +39,7 @@ std::string shown(bool delivered) {
 
 // The bridge against tests/objc/OutlookScriptObj.m, loaded from its bundle as the Mac loads the script.
 // First in the file: no test has loaded the stand-in's bundle yet.
-TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperation) {
+TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndTheMacServicesAnswer) {
     OutlookHandler::defaultAccount.reset();
     auto host = AppleScriptObjCHost::Create(VARNOTH_TEST_SCRIPT_BUNDLE),
          empty = AppleScriptObjCHost::Create(root());
@@ -89,9 +89,8 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperat
         return text::replaceAll(answer, "\n", "\\n");
     });
     OutlookHandler::defaultAccount.reset();
-}
 
-TEST_F(ObjcBridgeTest, AccessibilityHostFactsDefaultsAndBundle) {
+    // Accessibility, host facts, defaults and the bundle.
     AutoreleasePool pool;
     auto accessibility = MacAccessibility::Create();
     auto hostInfo = MacHostInfo::Create();
