@@ -12,6 +12,7 @@
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <numeric>
 #include <regex>
 #include <set>
@@ -59,12 +60,10 @@ protected:
     static std::string listing(const fs::path& folder) {
         std::string text;
         for (const auto& entry : std::set<fs::directory_entry>(fs::directory_iterator(folder), {})) {
-            const auto type = entry.symlink_status().type();
-            text += " " + entry.path().filename().string() +
-                    (type == fs::file_type::directory ? "/"
-                     : type == fs::file_type::symlink ? "@"
-                     : type == fs::file_type::fifo    ? "|"
-                                                      : "");
+            static const std::map<fs::file_type, std::string> marks = {
+                {fs::file_type::directory, "/"}, {fs::file_type::symlink, "@"}, {fs::file_type::fifo, "|"}};
+            const auto mark = marks.find(entry.symlink_status().type());
+            text += " " + entry.path().filename().string() + (mark == marks.end() ? "" : mark->second);
         }
         return text.empty() ? "empty" : text.substr(1);
     }
@@ -134,20 +133,19 @@ protected:
             return status + " after " + nextCall();
         }
         if (word == "listing") {
-            const auto outputs = caseArguments(raw);
-            return LaunchControl::statusFromListing(outputs[0], outputs.size() > 1 ? outputs[1] : "", "job")
+            const auto out = caseArguments(raw); // cut's output, then grep's
+            return LaunchControl::statusFromListing(out[0], out.size() > 1 ? out[1] : "", "job")
                 .description();
         }
         if (word == "nolaunchctl") {
-            return LaunchControl({.launchAgentsFolder = {}, .launchctl = root() / "missing"})
-                .status(agent)
-                .description();
+            const LaunchControl missing({.launchAgentsFolder = {}, .launchctl = root() / "missing"});
+            return missing.status(agent).description();
         }
         if (word == "xdg" || word == "launchd") {
-            LoginItem& item = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
-            const bool done = raw == "install"  ? item.install()
-                              : raw == "remove" ? item.remove()
-                                                : item.isInstalled();
+            LoginItem& it = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
+            const bool done = raw == "install"  ? it.install()
+                              : raw == "remove" ? it.remove()
+                                                : it.isInstalled();
             return done ? "true" : "false";
         }
         if (word == "entry") {
