@@ -46,18 +46,21 @@ TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
     });
 }
 
-// Assignments to one record, one interval and one set of permission bits, each answered with what it left.
-TEST(LaunchAgentTest, AssignmentsTranscript) {
+// Assignments to one record, one interval and one set of permission bits, each answered with what it left;
+// file permissions made from numbers, answered with their numbers and texts.
+TEST(LaunchAgentTest, AssignmentsAndPermissionsTranscripts) {
     LaunchAgent agent("job");
     StartCalendarInterval interval;
     PermissionBits bits{PermissionBits::read, PermissionBits::execute};
     const auto bitsText = [](std::optional<PermissionBits> b) {
         return b ? std::to_string(b->rawValue()) : "none";
     };
-    expectTranscript("launchd/assignments", [&](const std::string& word, const std::string& rest) {
+    const auto texts = [](const FilePermissions& p) { return p.octal() + " " + p.symbolic(); };
+    const auto answer = [&](const std::string& word, const std::string& rest) -> std::string {
         std::istringstream in(rest);
         const Words words{std::istream_iterator<std::string>(in), {}};
         const auto number = [&](std::size_t at) { return std::stoll(words.at(at)); };
+        const auto bit = [&](std::size_t at) { return PermissionBits(number(at)); };
         const auto given = [&](auto value) { return rest == "none" ? std::nullopt : std::optional(value); };
         if (word == "interval" || word == "new") {
             word == "new" ? void(interval = StartCalendarInterval(StartMonth::march, StartWeekday::sunday,
@@ -69,13 +72,23 @@ TEST(LaunchAgentTest, AssignmentsTranscript) {
             return oneLine(interval);
         }
         if (word == "insert") {
-            const auto [inserted, member] = bits.insert(PermissionBits(number(0)));
+            const auto [inserted, member] = bits.insert(bit(0));
             return std::to_string(inserted) + " " + bitsText(member) + ", now " + bitsText(bits);
         }
         if (word == "remove" || word == "update") {
-            const auto old = word == "remove" ? bits.remove(PermissionBits(number(0)))
-                                              : bits.update(PermissionBits(number(0)));
+            const auto old = word == "remove" ? bits.remove(bit(0)) : bits.update(bit(0));
             return bitsText(old) + ", now " + bitsText(bits);
+        }
+        if (word == "bits") {
+            const FilePermissions p{bit(0), bit(1), bit(2)};
+            return std::to_string(p.value()) + " " + texts(p) + " umask " + p.umaskOctal() + " " +
+                   std::to_string(p.umaskValue()) + ", " + p.description();
+        }
+        if (word == "fromValue" || word == "fromUmask" || word == "octalText" || word == "description") {
+            return word == "fromValue"   ? texts(FilePermissions::fromValue(number(0)))
+                   : word == "fromUmask" ? texts(FilePermissions::fromUmask(number(0)))
+                   : word == "octalText" ? FilePermissions::octalText(number(0))
+                                         : bit(0).description();
         }
         word == "label"                 ? void(agent = LaunchAgent(rest))
         : word == "job"                 ? void(agent = LaunchAgent("job", words))
@@ -84,25 +97,9 @@ TEST(LaunchAgentTest, AssignmentsTranscript) {
         : word == "workingDirectory"    ? void(agent.workingDirectory = unescaped(rest))
                                         : agent.setNice(number(0));
         return orError([&] { return oneLine(agent); });
-    });
-}
-
-TEST(FilePermissionsTest, NumbersAndTextsTranscript) {
-    expectTranscript("launchd/permissions", [](const std::string& word, const std::string& rest) {
-        std::istringstream numbers(rest);
-        std::int64_t a = 0, b = 0, c = 0;
-        numbers >> a >> b >> c;
-        const auto texts = [](const FilePermissions& p) { return p.octal() + " " + p.symbolic(); };
-        if (word == "bits") {
-            const FilePermissions p{PermissionBits(a), PermissionBits(b), PermissionBits(c)};
-            return std::to_string(p.value()) + " " + texts(p) + " umask " + p.umaskOctal() + " " +
-                   std::to_string(p.umaskValue()) + ", " + p.description();
-        }
-        if (word == "fromValue" || word == "fromUmask") {
-            return texts(word == "fromValue" ? FilePermissions::fromValue(a) : FilePermissions::fromUmask(a));
-        }
-        return word == "octalText" ? FilePermissions::octalText(a) : PermissionBits(a).description();
-    });
+    };
+    expectTranscript("launchd/assignments", answer);
+    expectTranscript("launchd/permissions", answer);
 }
 
 } // namespace
