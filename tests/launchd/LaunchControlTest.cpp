@@ -90,8 +90,7 @@ protected:
                        ? text::replaceAll(text::replaceAll(readWholeFile(path), "\\", "\\\\"), "\n", "\\n")
                        : control.launchAgentsURL().string();
         }
-        if (word == "save" || word == "writeTo" || word == "writeCalled" || word == "url" ||
-            word == "locate") {
+        if (std::set<std::string>{"save", "writeTo", "writeCalled", "url", "locate"}.count(word)) {
             named.url = root() / "kept.plist";
             word == "writeTo"       ? control.writeTo(agent, path)
             : word == "writeCalled" ? control.writeCalled(named, raw)
