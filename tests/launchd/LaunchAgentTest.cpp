@@ -9,7 +9,7 @@
 #include "tests/launchd/PlistTestSupport.h"
 
 #include <gtest/gtest.h>
-#include <limits>
+#include <iterator>
 #include <sstream>
 
 namespace varnoth::test {
@@ -17,13 +17,15 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// The record decoded from a dictionary body and encoded again on one line, or the error that stopped it.
-template <typename T> std::string reencoded(const std::string& body) {
-    try {
-        return oneLine(decodedFrom<T>(body));
-    } catch (const PropertyListError& error) {
-        return error.what();
-    }
+// What make gives, or the error that stopped it.
+template <typename Make> std::string orError(Make make) try {
+    return make();
+} catch (const PropertyListError& error) {
+    return error.what();
+}
+
+template <typename T> std::string reencoded(const std::string& bytes) {
+    return orError([&] { return oneLine(PropertyListDecoder().decode<T>(bytes)); });
 }
 
 TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
@@ -33,50 +35,36 @@ TEST(LaunchAgentTest, DecodingAndEncodingTranscript) {
         {"MachService", reencoded<MachService>},
         {"inetdCompatibility", reencoded<inetdCompatibility>},
         {"ResourceLimits", reencoded<ResourceLimits>}};
-    expectTranscript("launchd/decoding",
-                     [&](const auto& type, const auto& body) { return records.at(type)(body); });
-    for (const std::string bytes : {"<plist><array/></plist>", "not a property list", ""}) {
-        EXPECT_THROW(PropertyListDecoder().decode<LaunchAgent>(bytes), PropertyListError) << bytes;
-    }
-    LaunchAgent agent("job");
-    EXPECT_EQ(oneLine(agent), "<dict><key>Label</key><string>job</string></dict>");
-    for (const std::string& bad : {std::string("/a\0b", 4), std::string("\xff\xfe")}) {
-        agent.workingDirectory = bad;
-        EXPECT_THROW(oneLine(agent), PropertyListError);
-    }
-    // The transcript shows this text is the encoding of the decoded record.
-    EXPECT_EQ(
-        decodedFrom<StartCalendarInterval>("<key>Month</key><integer>3</integer><key>Weekday</key><integer>7"
-                                           "</integer><key>Day</key><integer>2</integer><key>Hour</key>"
-                                           "<integer>3</integer><key>Minute</key><integer>4</integer>"),
-        StartCalendarInterval(StartMonth::march, StartWeekday::sunday, 2, 3, 4));
-    for (const auto& [type, raw] : {std::pair(ProcessType::standard, "Standard"),
-                                    {ProcessType::background, "Background"},
-                                    {ProcessType::adaptive, "Adaptive"},
-                                    {ProcessType::interactive, "Interactive"}}) {
-        EXPECT_EQ(rawValue(type), raw);
-        EXPECT_EQ(processTypeFromRawValue(raw), type);
-    }
+    // "bytes" is a whole file for a LaunchAgent; "ProcessType" a process type's name, answered with its place
+    // in the enumeration and its name again; any other type the body of a record's root dictionary.
+    expectTranscript("launchd/decoding", [&](const std::string& type, const std::string& body) {
+        const auto process = [&] { return processTypeFromRawValue(body).value(); };
+        return type == "bytes" ? reencoded<LaunchAgent>(unescaped(body))
+               : type == "ProcessType"
+                   ? std::to_string(static_cast<int>(process())) + " " + rawValue(process())
+                   : records.at(type)(xmlPlist(body));
+    });
 }
 
-// Assignments to one record, one interval and one set of permission bits, each answered with what it left.
-TEST(LaunchAgentTest, AssignmentsTranscript) {
+// Assignments to one record, one interval and one set of permission bits, each answered with what it left;
+// file permissions made from numbers, answered with their numbers and texts.
+TEST(LaunchAgentTest, AssignmentsAndPermissionsTranscripts) {
     LaunchAgent agent("job");
     StartCalendarInterval interval;
     PermissionBits bits{PermissionBits::read, PermissionBits::execute};
     const auto bitsText = [](std::optional<PermissionBits> b) {
         return b ? std::to_string(b->rawValue()) : "none";
     };
-    expectTranscript("launchd/assignments", [&](const std::string& word, const std::string& rest) {
-        Words words;
+    const auto texts = [](const FilePermissions& p) { return p.octal() + " " + p.symbolic(); };
+    const auto answer = [&](const std::string& word, const std::string& rest) -> std::string {
         std::istringstream in(rest);
-        for (std::string w; in >> w;) {
-            words.push_back(w);
-        }
+        const Words words{std::istream_iterator<std::string>(in), {}};
         const auto number = [&](std::size_t at) { return std::stoll(words.at(at)); };
+        const auto bit = [&](std::size_t at) { return PermissionBits(number(at)); };
+        const auto given = [&](auto value) { return rest == "none" ? std::nullopt : std::optional(value); };
         if (word == "interval" || word == "new") {
-            word == "new"       ? void(interval = StartCalendarInterval(std::nullopt, std::nullopt, number(0),
-                                                                        number(1), number(2)))
+            word == "new" ? void(interval = StartCalendarInterval(StartMonth::march, StartWeekday::sunday,
+                                                                  number(0), number(1), number(2)))
             : words[0] == "day" ? interval.setDay(number(1))
             : words[0] == "hour"
                 ? interval.setHour(number(1))
@@ -84,49 +72,34 @@ TEST(LaunchAgentTest, AssignmentsTranscript) {
             return oneLine(interval);
         }
         if (word == "insert") {
-            const auto [inserted, member] = bits.insert(PermissionBits(number(0)));
+            const auto [inserted, member] = bits.insert(bit(0));
             return std::to_string(inserted) + " " + bitsText(member) + ", now " + bitsText(bits);
         }
         if (word == "remove" || word == "update") {
-            const auto old = word == "remove" ? bits.remove(PermissionBits(number(0)))
-                                              : bits.update(PermissionBits(number(0)));
+            const auto old = word == "remove" ? bits.remove(bit(0)) : bits.update(bit(0));
             return bitsText(old) + ", now " + bitsText(bits);
         }
-        if (word == "job") {
-            agent = LaunchAgent("job", words);
-        } else if (word == "setProgram") {
-            agent.setProgram(rest == "none" ? std::nullopt : std::optional(rest));
-        } else if (word == "setProgramArguments") {
-            agent.setProgramArguments(rest == "none" ? std::nullopt : std::optional(words));
-        } else {
-            agent.setNice(number(0));
-            return "nice " + std::to_string(agent.nice().value_or(-99));
-        }
-        std::string text = "program " + agent.program().value_or("none") + ", arguments" +
-                           (agent.programArguments() ? ":" : " none");
-        for (const auto& argument : agent.programArguments().value_or(Words{})) {
-            text += " [" + argument + "]";
-        }
-        return text;
-    });
-}
-
-TEST(FilePermissionsTest, NumbersAndTextsTranscript) {
-    expectTranscript("launchd/permissions", [](const std::string& word, const std::string& rest) {
-        std::istringstream numbers(rest);
-        std::int64_t a = 0, b = 0, c = 0;
-        numbers >> a >> b >> c;
-        const auto texts = [](const FilePermissions& p) { return p.octal() + " " + p.symbolic(); };
         if (word == "bits") {
-            const FilePermissions p{PermissionBits(a), PermissionBits(b), PermissionBits(c)};
+            const FilePermissions p{bit(0), bit(1), bit(2)};
             return std::to_string(p.value()) + " " + texts(p) + " umask " + p.umaskOctal() + " " +
                    std::to_string(p.umaskValue()) + ", " + p.description();
         }
-        if (word == "fromValue" || word == "fromUmask") {
-            return texts(word == "fromValue" ? FilePermissions::fromValue(a) : FilePermissions::fromUmask(a));
+        if (word == "fromValue" || word == "fromUmask" || word == "octalText" || word == "description") {
+            return word == "fromValue"   ? texts(FilePermissions::fromValue(number(0)))
+                   : word == "fromUmask" ? texts(FilePermissions::fromUmask(number(0)))
+                   : word == "octalText" ? FilePermissions::octalText(number(0))
+                                         : bit(0).description();
         }
-        return word == "octalText" ? FilePermissions::octalText(a) : PermissionBits(a).description();
-    });
+        word == "label"                 ? void(agent = LaunchAgent(rest))
+        : word == "job"                 ? void(agent = LaunchAgent("job", words))
+        : word == "setProgram"          ? agent.setProgram(given(rest))
+        : word == "setProgramArguments" ? agent.setProgramArguments(given(words))
+        : word == "workingDirectory"    ? void(agent.workingDirectory = unescaped(rest))
+                                        : agent.setNice(number(0));
+        return orError([&] { return oneLine(agent); });
+    };
+    expectTranscript("launchd/assignments", answer);
+    expectTranscript("launchd/permissions", answer);
 }
 
 } // namespace

@@ -7,10 +7,13 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
+#include <numeric>
 #include <regex>
 #include <set>
 #include <sys/resource.h>
@@ -24,61 +27,43 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 // Runs the steps of a transcript on launch control, the job-record login item and the autostart entry. Paths
-// in steps are relative to the test's folder, shown as <root> in answers. launchctl is a shell script that
-// appends each command line it gets (the arguments joined with "|") to a file and answers "list" with the
-// table a step sets, so the running session's launchctl is never touched.
+// in steps are relative to the test's folder, shown as <root> in answers. launchctl is the script
+// tests/golden/launchd/launchctl, so the running session's launchctl is never touched.
 class LaunchControlTest : public AgentTest {
 protected:
     void SetUp() override {
         AgentTest::SetUp();
-        writeFile(root() / "launchctl", "#!/bin/sh\nline=\"$1\"; shift\n"
-                                        "for argument in \"$@\"; do line=\"$line|$argument\"; done\n"
-                                        "printf '%s\\n' \"$line\" >> \"$0.calls\"\n"
-                                        "if [ \"$line\" = list ]; then cat \"$0.list\"; fi\n");
-        fs::permissions(root() / "launchctl", fs::perms::owner_all);
-        LaunchControl::Options options;
-        options.launchctl = root() / "launchctl";
-        control.setOptions(options);
-        LaunchControl::shared().setOptions(options);
+        fs::copy_file(fs::path(VARNOTH_GOLDEN_DIR) / "launchd/launchctl", root() / "launchctl");
+        control.setOptions({.launchAgentsFolder = {}, .launchctl = root() / "launchctl"});
+        LaunchControl::shared().setOptions({.launchAgentsFolder = {}, .launchctl = root() / "launchctl"});
     }
     void TearDown() override {
         LaunchControl::shared().setOptions({});
         AgentTest::TearDown();
     }
 
-    // The recorded command lines, once there are count of them (launchctl is not waited for).
-    Lines calls(std::size_t count) const {
-        for (int attempt = 0;; ++attempt) {
-            std::ifstream in(root() / "launchctl.calls");
-            Lines lines;
-            for (std::string line; std::getline(in, line);) {
-                lines.push_back(line);
-            }
-            if (lines.size() >= count || attempt == 1000) {
-                return lines;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    // The command line a step started, or how many there are when it is not the next one alone.
+    // The command line a step started, or how many there are when it is not the next one alone. launchctl is
+    // not waited for: its line may take a moment to come.
     std::string nextCall() {
-        const Lines lines = calls(++callCount);
-        return lines.size() == callCount ? lines.back() : std::to_string(lines.size()) + " calls";
+        std::string calls = readWholeFile(root() / "launchctl.calls");
+        for (int attempt = 0; std::ranges::count(calls, '\n') <= callCount && attempt < 1000; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            calls = readWholeFile(root() / "launchctl.calls");
+        }
+        const auto count = std::ranges::count(calls, '\n');
+        const auto start = calls.rfind('\n', calls.size() - 2) + 1; // npos + 1 for the first line
+        return count == ++callCount ? calls.substr(start, calls.size() - 1 - start)
+                                    : std::to_string(count) + " calls";
     }
 
     // A folder's entries in name order, marked "/" for a folder, "@" for a link and "|" for a pipe.
     static std::string listing(const fs::path& folder) {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder)) {
-            const auto type = entry.symlink_status().type();
-            names.insert(entry.path().filename().string() + (type == fs::file_type::directory ? "/"
-                                                             : type == fs::file_type::symlink ? "@"
-                                                             : type == fs::file_type::fifo    ? "|"
-                                                                                              : ""));
-        }
         std::string text;
-        for (const auto& name : names) {
-            text += " " + name;
+        for (const auto& entry : std::set<fs::directory_entry>(fs::directory_iterator(folder), {})) {
+            static const std::map<fs::file_type, std::string> marks = {
+                {fs::file_type::directory, "/"}, {fs::file_type::symlink, "@"}, {fs::file_type::fifo, "|"}};
+            const auto mark = marks.find(entry.symlink_status().type());
+            text += " " + entry.path().filename().string() + (mark == marks.end() ? "" : mark->second);
         }
         return text.empty() ? "empty" : text.substr(1);
     }
@@ -86,20 +71,17 @@ protected:
     std::string step(const std::string& word, const std::string& raw) {
         const std::string name = raw.substr(0, raw.find(' '));
         const std::string more = raw.find(' ') == std::string::npos ? "" : raw.substr(raw.find(' ') + 1);
-        const fs::path path = word == "job" ? folder() / name : root() / name;
+        const fs::path path = root() / (word == "job" ? "home/Library/LaunchAgents/" + name : name);
         const auto url = [](const LaunchAgent& agent) { return agent.url.value_or("no url").string(); };
         LaunchAgent named(word == "locate" ? raw : "named");
-        if (word == "write" || word == "job" || word == "mkdir" || word == "fifo" || word == "link" ||
-            word == "rm") {
-            if (word == "write" || word == "job") {
-                writeFile(path, word == "job" ? xmlPlist(unescaped(more)) : unescaped(more));
-            } else if (word == "mkdir" || word == "rm") {
-                word == "rm" ? void(fs::remove_all(path)) : void(fs::create_directories(path));
-            } else if (word == "fifo") {
-                EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0); // nobody writes: reading it would block
-            } else {
-                fs::create_symlink(root() / more, path);
-            }
+        if (std::set<std::string>{"write", "job", "mkdir", "fifo", "link", "rm"}.count(word)) {
+            // A failed mkfifo shows in the listing: the entry is no pipe.
+            word == "write" || word == "job"
+                ? writeFile(path, word == "job" ? xmlPlist(unescaped(more)) : unescaped(more))
+            : word == "mkdir" ? void(fs::create_directories(path))
+            : word == "rm"    ? void(fs::remove_all(path))
+            : word == "fifo"  ? void(::mkfifo(path.c_str(), 0600)) // nobody writes: reading it would block
+                              : fs::create_symlink(root() / more, path);
             return listing(path.parent_path());
         }
         if (word == "ls" || word == "cat" || word == "folder") {
@@ -108,8 +90,7 @@ protected:
                        ? text::replaceAll(text::replaceAll(readWholeFile(path), "\\", "\\\\"), "\n", "\\n")
                        : control.launchAgentsURL().string();
         }
-        if (word == "save" || word == "writeTo" || word == "writeCalled" || word == "url" ||
-            word == "locate") {
+        if (std::set<std::string>{"save", "writeTo", "writeCalled", "url", "locate"}.count(word)) {
             named.url = root() / "kept.plist";
             word == "writeTo"       ? control.writeTo(agent, path)
             : word == "writeCalled" ? control.writeCalled(named, raw)
@@ -122,6 +103,18 @@ protected:
             const LaunchAgent read = word == "read" ? control.read(path) : control.readCalled(raw);
             return oneLine(read) + " from " + url(read);
         }
+        // A job file of another writer: written back as XML, read again and through binary.
+        if (word == "rewrite") {
+            LaunchAgent job = control.read(fs::path(VARNOTH_GOLDEN_DIR) / "launchd/jobs" / raw);
+            const std::string from = url(job);
+            control.writeCalled(job, raw);
+            expectGolden("launchd/rewritten/" + raw, readWholeFile(*job.url));
+            LaunchAgent binary = PropertyListDecoder().decode<LaunchAgent>(
+                PropertyListEncoder{PropertyListEncoder::OutputFormat::binary}.encode(job));
+            binary.url = job.url;
+            return from + " to " + url(job) + (control.read(*job.url) == job ? ", read back the same" : "") +
+                   (binary == job ? ", the same through binary" : "");
+        }
         // launchctl through this instance, or through the record's own forms (the shared instance).
         if (word == "control" || word == "record") {
             raw == "load"     ? (word == "record" ? agent.load() : control.load(agent))
@@ -131,7 +124,7 @@ protected:
             return nextCall();
         }
         if (word == "calls") {
-            return std::to_string(calls(0).size());
+            return std::to_string(std::ranges::count(readWholeFile(root() / "launchctl.calls"), '\n'));
         }
         if (word == "status") {
             writeFile(root() / "launchctl.list", "PID\tStatus\tLabel\n" + unescaped(raw));
@@ -139,24 +132,20 @@ protected:
             return status + " after " + nextCall();
         }
         if (word == "listing") {
-            const auto bar = raw.find(" | ");
-            return LaunchControl::statusFromListing(
-                       unescaped(raw.substr(0, bar)),
-                       bar == std::string::npos ? "" : unescaped(raw.substr(bar + 3)), "job")
+            const auto out = caseArguments(raw); // cut's output, then grep's
+            return LaunchControl::statusFromListing(out[0], out.size() > 1 ? out[1] : "", "job")
                 .description();
         }
         if (word == "nolaunchctl") {
-            LaunchControl::Options options;
-            options.launchctl = root() / "missing";
-            return LaunchControl(options).status(agent).description();
+            const LaunchControl missing({.launchAgentsFolder = {}, .launchctl = root() / "missing"});
+            return missing.status(agent).description();
         }
         if (word == "xdg" || word == "launchd") {
-            LoginItem& item = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
-            return (raw == "install"  ? item.install()
-                    : raw == "remove" ? item.remove()
-                                      : item.isInstalled())
-                       ? "true"
-                       : "false";
+            LoginItem& it = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
+            const bool done = raw == "install"  ? it.install()
+                              : raw == "remove" ? it.remove()
+                                                : it.isInstalled();
+            return done ? "true" : "false";
         }
         if (word == "entry") {
             writeFile(XdgAutostartLoginItem::entryPath(), unescaped(raw));
@@ -171,24 +160,17 @@ protected:
         }
         if (word == "exec" || word == "args") {
             const std::string exec = word == "exec" ? XdgAutostartLoginItem::execValue(raw) : raw;
-            const auto arguments = XdgAutostartLoginItem::execArguments(exec);
-            std::string text = (word == "exec" ? exec + " " : "") + (arguments ? "" : "malformed");
-            for (const auto& argument : arguments.value_or(Lines{})) {
-                text += "[" + argument + "]";
-            }
-            return text;
+            const auto arguments = XdgAutostartLoginItem::execArguments(exec).value_or(Lines{"malformed"});
+            return std::accumulate(
+                arguments.begin(), arguments.end(), word == "exec" ? exec + " " : "",
+                [](const std::string& text, const auto& a) { return text + "[" + a + "]"; });
         }
-        if (word == "tooLarge") { // a file size limit binds root too
-            rlimit saved{};
-            getrlimit(RLIMIT_FSIZE, &saved);
-            rlimit limited = saved;
-            limited.rlim_cur = std::stoul(raw);
+        if (word == "limit") { // a file size limit binds root too; without a size, the hard limit again
             signal(SIGXFSZ, SIG_IGN);
-            setrlimit(RLIMIT_FSIZE, &limited);
-            const bool installed = autostart.install();
-            setrlimit(RLIMIT_FSIZE, &saved);
-            signal(SIGXFSZ, SIG_DFL);
-            return installed ? "true" : "false";
+            rlimit limit{};
+            getrlimit(RLIMIT_FSIZE, &limit);
+            limit.rlim_cur = raw.empty() ? limit.rlim_max : std::stoul(raw);
+            return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? "set" : "not set";
         }
         ADD_FAILURE() << "no step " << word;
         return "";
@@ -211,45 +193,21 @@ protected:
             text += " | log: " + std::regex_replace(line, blocked, "$1(blocked)");
         }
         clearLog();
-        return text::replaceAll(text, root().string(), "<root>");
+        return text::replaceAll(text::replaceAll(text, root().string(), "<root>"), VARNOTH_GOLDEN_DIR,
+                                "<golden>");
     }
-
-    fs::path folder() const { return root() / "home/Library/LaunchAgents"; }
 
     LaunchControl control;
     LaunchAgent agent{"com.example.job", {"/bin/true"}};
     XdgAutostartLoginItem autostart;
     LaunchdLoginItem jobRecord{control};
-    std::size_t callCount = 0;
+    std::ptrdiff_t callCount = 0;
 };
 
-TEST_F(LaunchControlTest, FilesAndLaunchctlTranscript) {
-    expectTranscript("launchd/control",
-                     [this](const auto& word, const auto& rest) { return answer(word, rest); });
-}
-
-TEST_F(LaunchControlTest, LoginItemsTranscript) {
-    expectTranscript("launchd/loginitems",
-                     [this](const auto& word, const auto& rest) { return answer(word, rest); });
-}
-
-// Job files in the shapes installers write, by Python's plistlib (an independent writer) in XML and binary
-// form; between them they hold every key of a job record. Each comes back as XML with the original's content
-// and types (true is not 1) in the record's key order, less the keys the record does not know.
-TEST_F(LaunchControlTest, JobFilesOfAnotherWriterComeBackWithTheSameContent) {
-    fs::create_directories(folder());
-    PropertyListEncoder binary;
-    binary.outputFormat = PropertyListEncoder::OutputFormat::binary;
-    for (const std::string name : {"homebrew.mxcl.postgresql.plist", "org.example.sync.plist"}) {
-        const auto original = fs::path(VARNOTH_GOLDEN_DIR) / "launchd/jobs" / name;
-        LaunchAgent agent = control.read(original);
-        EXPECT_EQ(agent.url, original);
-        control.writeCalled(agent, name);
-        EXPECT_EQ(control.read(*agent.url), agent);
-        expectGolden("launchd/rewritten/" + name, readWholeFile(*agent.url));
-        LaunchAgent fromBinary = PropertyListDecoder().decode<LaunchAgent>(binary.encode(agent));
-        fromBinary.url = agent.url;
-        EXPECT_EQ(fromBinary, agent);
+// Launch control's files and launchctl first, then both login items in the same folders.
+TEST_F(LaunchControlTest, FilesLaunchctlAndLoginItemsTranscripts) {
+    for (const std::string name : {"launchd/control", "launchd/loginitems"}) {
+        expectTranscript(name, [this](const auto& word, const auto& rest) { return answer(word, rest); });
     }
 }
 

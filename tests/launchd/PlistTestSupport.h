@@ -23,8 +23,4 @@ template <typename T> std::string oneLine(const T& record) {
     return xml.substr(xml.find("<dict"), xml.rfind("</plist>") - xml.find("<dict"));
 }
 
-template <typename T> T decodedFrom(const std::string& dictionaryBody) {
-    return PropertyListDecoder().decode<T>(xmlPlist(dictionaryBody));
-}
-
 } // namespace varnoth::test

@@ -1,3 +1,4 @@
+#include "base/TextValues.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "platform/mac/AppleScriptObjCHost.h"
@@ -29,10 +30,16 @@ using ObjcBridgeTest = AgentTest;
 std::string shown(const std::optional<std::string>& text) {
     return text ? "\"" + *text + "\"" : "nothing";
 }
+std::string shown(bool delivered) {
+    return std::to_string(delivered);
+}
+// One of the twelve operations on a fresh script object, with the case's arguments in order.
+#define OPERATION(name, ...)                                                                                 \
+#name, [&]([[maybe_unused]] auto& a) { return shown(script().name(__VA_ARGS__)); }
 
 // The bridge against tests/objc/OutlookScriptObj.m, loaded from its bundle as the Mac loads the script.
 // First in the file: no test has loaded the stand-in's bundle yet.
-TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperation) {
+TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndTheMacServicesAnswer) {
     OutlookHandler::defaultAccount.reset();
     auto host = AppleScriptObjCHost::Create(VARNOTH_TEST_SCRIPT_BUNDLE),
          empty = AppleScriptObjCHost::Create(root());
@@ -40,55 +47,37 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperat
     auto ports = Platform::ports();
     std::optional<OutlookHandler> handler;
     const auto script = [&] { return AppleScriptProtocol(host->makeObject(AppleScriptProtocol::className)); };
-    const Lines actions = {"undefined", "change", "clear", "dontchange"};
-    const auto action = [&](auto& name) {
-        return SignatureAction(std::ranges::find(actions, name) - actions.begin());
-    };
-    using Arguments = std::vector<std::string>;
-    const std::map<std::string, std::function<std::string(const Arguments&)>> steps = {
-        {"use", [&](auto& a) { return ports.scriptHost = a[0] == "empty" ? empty.get() : host.get(), ""; }},
-        {"load", [&](auto&) { return host->loadScripts(), ""; }},
+    const auto action = [](auto& number) { return SignatureAction(std::stoi(number)); };
+    const std::map<std::string, std::function<std::string(const Lines&)>> steps = {
+        {"use", [&](auto& a) { return ports.scriptHost = a[0] == "empty" ? empty.get() : host.get(), "ok"; }},
+        {"load", [&](auto&) { return host->loadScripts(), "ok"; }},
         {"object", [&](auto& a) { return host->makeObject(a[0]) ? "made" : "none"; }},
         {"handler", [&](auto&) { return handler.emplace(), shown(OutlookHandler::defaultAccount); }},
-        {"create", [&](auto& a) { return std::to_string(handler->createSignature(a[0], a[1])); }},
+        {"create", [&](auto& a) { return shown(handler->createSignature(a[0], a[1])); }},
         {"apply",
-         [&](auto& a) {
-             return std::to_string(handler->applyDefaultSignatures(action(a[0]), action(a[1])));
-         }},
+         [&](auto& a) { return shown(handler->applyDefaultSignatures(action(a[0]), action(a[1]))); }},
         {"send",
          [&](auto& a) {
              const auto reply =
                  host->makeObject(AppleScriptProtocol::className)->send(a[0], {a.begin() + 1, a.end()});
-             return std::to_string(reply.delivered) + " " + shown(reply.text) + " " + reply.error;
+             return shown(reply.delivered) + " " + shown(reply.text) + " " + reply.error;
          }},
-        {"getDefaultAccount", [&](auto&) { return shown(script().getDefaultAccount()); }},
-        {"getSignature", [&](auto& a) { return shown(script().getSignature(a[0])); }},
-        {"applySignaturesFor", [&](auto& a) { return std::to_string(script().applySignaturesFor(a[0])); }},
-        {"applyDefaultNewSignatureFor",
-         [&](auto& a) { return std::to_string(script().applyDefaultNewSignatureFor(a[0])); }},
-        {"applyDefaultReplySignatureFor",
-         [&](auto& a) { return std::to_string(script().applyDefaultReplySignatureFor(a[0])); }},
-        {"applyNoneSignaturesFor",
-         [&](auto& a) { return std::to_string(script().applyNoneSignaturesFor(a[0])); }},
-        {"applyNoneDefaultNewSignatureFor",
-         [&](auto& a) { return std::to_string(script().applyNoneDefaultNewSignatureFor(a[0])); }},
-        {"applyNoneDefaultReplySignatureFor",
-         [&](auto& a) { return std::to_string(script().applyNoneDefaultReplySignatureFor(a[0])); }},
-        {"deleteSignatures", [&](auto&) { return std::to_string(script().deleteSignatures()); }},
-        {"deleteSignature", [&](auto& a) { return std::to_string(script().deleteSignature(a[0])); }},
-        {"createSignature", [&](auto& a) { return std::to_string(script().createSignature(a[0], a[1])); }},
-        {"getVersion", [&](auto&) { return shown(script().getVersion()); }},
+        {OPERATION(getDefaultAccount)},
+        {OPERATION(getSignature, a[0])},
+        {OPERATION(applySignaturesFor, a[0])},
+        {OPERATION(applyDefaultNewSignatureFor, a[0])},
+        {OPERATION(applyDefaultReplySignatureFor, a[0])},
+        {OPERATION(applyNoneSignaturesFor, a[0])},
+        {OPERATION(applyNoneDefaultNewSignatureFor, a[0])},
+        {OPERATION(applyNoneDefaultReplySignatureFor, a[0])},
+        {OPERATION(deleteSignatures)},
+        {OPERATION(deleteSignature, a[0])},
+        {OPERATION(createSignature, a[0], a[1])},
+        {OPERATION(getVersion)},
     };
     expectTranscript("objc/messages", [&](const std::string& word, const std::string& rest) {
-        Arguments arguments;
-        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
-            end = rest.find(" | ", start);
-            arguments.push_back(unescaped(rest.substr(start, end - start)));
-        }
         Platform::install(ports);
-        std::string answer = steps.at(word)(arguments);
-        answer = answer.empty() ? "ok" : answer;
-        Platform::install(ports);
+        std::string answer = steps.at(word)(caseArguments(rest));
         // What the stand-in received since the last case, one line per message or released object.
         if (auto record = host->makeObject("ScriptRecord")) {
             answer += "; recorded " + record->send("take", {}).text.value_or("?");
@@ -97,15 +86,11 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndFailuresFailOnlyTheirOperat
             answer += "; logged " + line;
         }
         clearLog();
-        for (auto at = answer.find('\n'); at != std::string::npos; at = answer.find('\n')) {
-            answer.replace(at, 1, "\\n");
-        }
-        return answer;
+        return text::replaceAll(answer, "\n", "\\n");
     });
     OutlookHandler::defaultAccount.reset();
-}
 
-TEST_F(ObjcBridgeTest, AccessibilityHostFactsDefaultsAndBundle) {
+    // Accessibility, host facts, defaults and the bundle.
     AutoreleasePool pool;
     auto accessibility = MacAccessibility::Create();
     auto hostInfo = MacHostInfo::Create();

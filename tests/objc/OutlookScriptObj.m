@@ -1,7 +1,7 @@
 // Stands in, in a loadable bundle, for the compiled Outlook script: the twelve handlers record each
 // message (selector and argument texts) and those with a result answer with that same line. An
-// argument "raise" makes a handler raise, as a failing AppleScript handler does; "nil" makes it answer
-// nothing. ScriptRecord hands the record over; released objects sign off in it.
+// argument "raise" makes a handler raise, as a failing AppleScript handler does; a last argument "nil"
+// makes it answer nothing. ScriptRecord hands the record over; released objects sign off in it.
 #import <Foundation/Foundation.h>
 
 static NSMutableArray* record;
@@ -14,13 +14,11 @@ static NSMutableArray* record;
 @implementation OutlookScriptObj
 - (id)answer:(SEL)selector with:(NSArray*)arguments {
     NSMutableString* line = [NSMutableString stringWithUTF8String:sel_getName(selector)];
-    BOOL nothing = NO;
     for (NSUInteger index = 0; index < [arguments count]; ++index) {
         NSString* text = [[arguments objectAtIndex:index] stringValue];
         if ([text isEqual:@"raise"]) {
             [NSException raise:@"OSAScriptErrorNumber" format:@"Outlook got an error"];
         }
-        nothing = nothing || [text isEqual:@"nil"];
         [line appendFormat:@" %@", text];
     }
     ++messages_;
@@ -28,7 +26,7 @@ static NSMutableArray* record;
         record = [[NSMutableArray alloc] init];
     }
     [record addObject:line];
-    return nothing ? nil : line;
+    return [line hasSuffix:@" nil"] ? nil : line;
 }
 - (void)dealloc {
     [record addObject:[NSString stringWithFormat:@"released after %u", messages_]];
