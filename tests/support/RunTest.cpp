@@ -4,6 +4,7 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
+#include "tests/support/Golden.h"
 #include "tests/support/ServerProcess.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <pugixml.hpp>
 #include <regex>
+#include <set>
 
 namespace varnoth::test {
 
@@ -72,15 +74,12 @@ std::filesystem::path RunTest::storeFolder() const {
     return root() / "home/.local/share/Varnoth/Outlook";
 }
 
+// A store that cannot be read throws, which fails the test.
 std::map<std::string, std::string> RunTest::storedSignatures() const {
     std::map<std::string, std::string> signatures;
-    try {
-        OutlookStandInStore store(storeFolder());
-        for (const auto& name : store.signatureNames()) {
-            signatures[name] = store.signature(name).value_or("<missing>");
-        }
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "the store cannot be read: " << error.what();
+    OutlookStandInStore store(storeFolder());
+    for (const auto& name : store.signatureNames()) {
+        signatures[name] = store.signature(name).value_or("<missing>");
     }
     return signatures;
 }
@@ -105,11 +104,8 @@ void RunTest::startFromGoodRun() {
 
 void RunTest::expectKept() const {
     EXPECT_EQ(storedSignatures(), keptSignatures);
-    auto list = additionalSignatures();
-    auto kept = keptList;
-    std::sort(list.begin(), list.end());
-    std::sort(kept.begin(), kept.end());
-    EXPECT_EQ(list, kept);
+    const auto list = additionalSignatures();
+    EXPECT_EQ(std::multiset(list.begin(), list.end()), std::multiset(keptList.begin(), keptList.end()));
 }
 
 void RunTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs) {
@@ -148,6 +144,19 @@ std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::pat
         logs.push_back(log);
     }
     return logs;
+}
+
+std::string RunTest::runTranscript(const ServerProcess* server, std::size_t reports) const {
+    std::string text;
+    for (const auto& alert : alerts.shown) {
+        text += "alert: " + alert.message + "\n";
+    }
+    text += joinLines(logLines()) + "--- the server got\n";
+    for (const auto& log :
+         server ? wholeDeploymentLogs(server->logFolder(), reports) : std::vector<std::string>{}) {
+        text += std::regex_replace(log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
+    }
+    return text;
 }
 
 int RunTest::count(const std::string& line) const {
