@@ -88,16 +88,4 @@ void AgentTest::clearLog() const {
     std::filesystem::remove(Logger::logFilePath(), ignored);
 }
 
-std::filesystem::path AgentTest::systemConfigFolder() const {
-    return root_ / "etc/Varnoth/Varnoth Brelvane Agent";
-}
-
-std::filesystem::path AgentTest::userConfigFolder() const {
-    return root_ / "home/.config/Varnoth/Varnoth Brelvane Agent";
-}
-
-void AgentTest::writeFile(const std::filesystem::path& path, const std::string& content) {
-    writeWholeFile(path, content);
-}
-
 } // namespace varnoth::test

@@ -64,16 +64,6 @@ void RunTest::run(AppDelegate& app, bool userInitiated) {
     ASSERT_FALSE(app.updateInProgress());
 }
 
-void RunTest::runFaulty(AppDelegate& app) {
-    fastClock.setFactor(clockFactor);
-    run(app);
-    fastClock.setFactor(1);
-}
-
-std::filesystem::path RunTest::storeFolder() const {
-    return root() / "home/.local/share/Varnoth/Outlook";
-}
-
 // A store that cannot be read throws, which fails the test.
 std::map<std::string, std::string> RunTest::storedSignatures() const {
     std::map<std::string, std::string> signatures;
@@ -82,10 +72,6 @@ std::map<std::string, std::string> RunTest::storedSignatures() const {
         signatures[name] = store.signature(name).value_or("<missing>");
     }
     return signatures;
-}
-
-std::vector<std::string> RunTest::additionalSignatures() const {
-    return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
 }
 
 void RunTest::startFromGoodRun() {
@@ -157,17 +143,6 @@ std::string RunTest::runTranscript(const ServerProcess* server, std::size_t repo
         text += std::regex_replace(log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
     }
     return text;
-}
-
-int RunTest::count(const std::string& line) const {
-    const auto lines = logLines();
-    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
-}
-
-bool RunTest::logged(const std::string& prefix) const {
-    const auto lines = logLines();
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& text) { return text.rfind(prefix, 0) == 0; });
 }
 
 } // namespace varnoth::test
