@@ -50,13 +50,10 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
             writeFile(root() / "answer.xml", fault.answer);
             switches = {"--answer-file", (root() / "answer.xml").string()};
         }
-        std::unique_ptr<ServerProcess> faulty;
-        if (switches == std::vector<std::string>{"refused"}) {
-            configure(LoopbackListener::closedPort());
-        } else {
-            faulty = std::make_unique<ServerProcess>(switches, goodData().string());
-            configure(faulty->port());
-        }
+        const auto faulty = switches == std::vector<std::string>{"refused"}
+                                ? nullptr
+                                : std::make_unique<ServerProcess>(switches, goodData().string());
+        configure(faulty ? faulty->port() : LoopbackListener::closedPort());
         runFaulty(app);
         transcript += "=== " + std::string(fault.title) + "\n" + runTranscript(faulty.get(), fault.reported);
         expectKept();

@@ -15,7 +15,7 @@ struct OutlookFault {
     const char* title;
     std::string script; // empty: the bundle has no script at all
     bool immutableStore = false;
-    std::chrono::milliseconds limit = std::chrono::seconds(2);
+    std::chrono::milliseconds limit = 2s;
 };
 
 // Names the parameter in ctest's test names and failure messages instead of its bytes.
@@ -94,16 +94,15 @@ TEST_P(OutlookFaultTest, RunFailsKeepsWholeSignaturesAndTheNextRunInstallsEveryt
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, OutlookFaultTest,
-    testing::Values(OutlookFault{"ScriptHangingPastItsLimit",
-                                 "case \"$1\" in createSignature:content:) exec sleep 60;; esac", false,
-                                 std::chrono::milliseconds(500)},
-                    OutlookFault{"ScriptCrashing",
-                                 "case \"$1\" in createSignature:content:) kill -SEGV $$;; esac"},
-                    OutlookFault{"ScriptMissing", ""},
-                    // A file size limit of zero fails every write as a full disk does, for root too.
-                    OutlookFault{"StoreOnAFullDisk", "trap '' XFSZ\nulimit -f 0"},
-                    // Tests run as root, who ignores permission bits; the immutable flag stops root as well.
-                    OutlookFault{"StoreOnAReadOnlyFolder", "", true}),
+    testing::Values(
+        OutlookFault{"ScriptHangingPastItsLimit",
+                     "case \"$1\" in createSignature:content:) exec sleep 60;; esac", false, 500ms},
+        OutlookFault{"ScriptCrashing", "case \"$1\" in createSignature:content:) kill -SEGV $$;; esac"},
+        OutlookFault{"ScriptMissing", ""},
+        // A file size limit of zero fails every write as a full disk does, for root too.
+        OutlookFault{"StoreOnAFullDisk", "trap '' XFSZ\nulimit -f 0"},
+        // Tests run as root, who ignores permission bits; the immutable flag stops root as well.
+        OutlookFault{"StoreOnAReadOnlyFolder", "", true}),
     [](const testing::TestParamInfo<OutlookFault>& info) { return std::string(info.param.title); });
 
 } // namespace
