@@ -3,7 +3,6 @@
 #include "base/Logger.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
-#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <ctime>

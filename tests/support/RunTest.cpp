@@ -5,11 +5,8 @@
 #include "platform/Platform.h"
 #include "server/Framing.h"
 #include "tests/support/Golden.h"
-#include "tests/support/ServerProcess.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <pugixml.hpp>
 #include <regex>
 #include <set>
