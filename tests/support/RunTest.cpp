@@ -14,6 +14,7 @@
 namespace varnoth::test {
 
 using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
 
 void RunTest::SetUp() {
     AgentTest::SetUp();
@@ -135,8 +136,13 @@ std::string RunTest::runTranscript(const ServerProcess* server, std::size_t repo
         text += "alert: " + alert.message + "\n";
     }
     text += joinLines(logLines()) + "--- the server got\n";
-    for (const auto& log :
-         server ? wholeDeploymentLogs(server->logFolder(), reports) : std::vector<std::string>{}) {
+    for (const auto& file : server ? ServerProcess::waitForFiles(server->logFolder(), reports) : Lines{}) {
+        std::smatch result;
+        const std::string report = readWholeFile(file);
+        std::regex_search(report, result, std::regex("<Result>(.*?)</Result>"));
+        text += "result: " + result[1].str() + "\n";
+    }
+    for (const auto& log : server ? wholeDeploymentLogs(server->logFolder(), reports) : Lines{}) {
         text += std::regex_replace(log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
     }
     return text;

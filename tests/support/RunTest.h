@@ -56,8 +56,8 @@ protected:
     // Every deployment log of the folder is a whole document whose log lines are whole lines; returns them.
     static std::vector<std::string> wholeDeploymentLogs(const std::filesystem::path& folder,
                                                         std::size_t atLeast);
-    // The run's alerts and log lines, then the deployment logs a server got (times as TIME), as the fault
-    // goldens hold them.
+    // The run's alerts and log lines, then the results and deployment logs a server got (times as TIME), as
+    // the fault goldens hold them.
     std::string runTranscript(const ServerProcess* server, std::size_t reports) const;
     int count(const std::string& line) const { return int(std::ranges::count(logLines(), line)); }
     bool logged(const std::string& prefix) const {
