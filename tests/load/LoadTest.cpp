@@ -31,26 +31,31 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
     }
     writeFile(data / "signatures.conf", mapping);
     ServerProcess server({}, data.string());
-    // A failed send leaves the answer empty, or the server without the agent's log: both fail below.
-    std::vector<std::string> answers(agents);
+    // A failed send leaves the answer empty, or the server without the agent's log: both fail.
     std::latch start(agents);
     std::vector<std::thread> threads;
     for (int i = 0; i < agents; ++i) {
-        threads.emplace_back([&, i] {
-            const std::string mailbox = "agent" + std::to_string(i) + "@example.com";
+        threads.emplace_back([&, n = std::to_string(i)] {
+            const std::string mailbox = "agent" + n + "@example.com";
             start.arrive_and_wait();
             TCPClient client("127.0.0.1", server.port());
-            if (client.connect(10) || client.send(makeSignaturesRequest(mailbox))) {
-                return;
-            }
+            std::string answer;
+            const bool sent = !client.connect(10) && !client.send(makeSignaturesRequest(mailbox));
             for (const auto deadline = std::chrono::steady_clock::now() + 20s;
-                 std::chrono::steady_clock::now() < deadline;) {
-                const std::size_t chunkStart = answers[i].size();
-                if (client.readAppending(answers[i], 102400, -1) > 0 &&
-                    framing::chunkHoldsEndMarker(answers[i], chunkStart)) {
+                 sent && std::chrono::steady_clock::now() < deadline;) {
+                const std::size_t chunkStart = answer.size();
+                if (client.readAppending(answer, 102400, -1) > 0 &&
+                    framing::chunkHoldsEndMarker(answer, chunkStart)) {
                     break;
                 }
             }
+            DeploymentFields fields;
+            const auto descriptor =
+                parseSignatureAnswer(framing::unframe(utf16::decode(answer).value_or("")), fields);
+            EXPECT_EQ(descriptor.value_or(SignatureDescriptor{}).additionalSignatures,
+                      (std::unordered_map<std::string, std::string>{
+                          {"Sig " + n, "<p>Agent " + n + " \u2013 Gr\u00FC\u00DFe</p>"}}))
+                << n;
             DeploymentLogContent content;
             content.bundleName = "Varnoth Brelvane Agent";
             content.log = "2026-01-01 00:00:00  Parsed signature successfully for " + mailbox + "\n";
@@ -61,16 +66,6 @@ TEST_F(LoadTest, TwoHundredAgentsAtOnceGetTheirOwnAnswersAndEveryLogIsStored) {
     }
     for (auto& thread : threads) {
         thread.join();
-    }
-    for (int i = 0; i < agents; ++i) {
-        const std::string n = std::to_string(i);
-        DeploymentFields fields;
-        const auto descriptor =
-            parseSignatureAnswer(framing::unframe(utf16::decode(answers[i]).value_or("")), fields);
-        EXPECT_EQ(descriptor.value_or(SignatureDescriptor{}).additionalSignatures,
-                  (std::unordered_map<std::string, std::string>{
-                      {"Sig " + n, "<p>Agent " + n + " \u2013 Gr\u00FC\u00DFe</p>"}}))
-            << n;
     }
     const auto files = ServerProcess::waitForFiles(server.logFolder(), agents);
     ASSERT_EQ(files.size(), static_cast<std::size_t>(agents));

@@ -1,5 +1,4 @@
 #include "server/NetworkService.h"
-#include "server/SignatureDocuments.h"
 #include "server/Utf16.h"
 #include "tests/server/Describe.h"
 #include "tests/support/AgentTest.h"
@@ -11,6 +10,7 @@
 #include "platform/Platform.h"
 
 #include <ctime>
+#include <deque>
 #include <regex>
 #include <thread>
 
@@ -18,19 +18,15 @@ namespace varnoth::test {
 namespace {
 
 using namespace std::chrono_literals;
-using Lines = std::vector<std::string>;
+using std::chrono::steady_clock, std::chrono::system_clock;
 using Switches = std::vector<std::string>;
 
 // Wall time that a test may fix, with real steady time for the read and connect bounds (socket reads take
 // real time, which the virtual main queue does not see).
 struct TestClock final : Clock {
-    std::chrono::system_clock::time_point now() const override {
-        return wall.value_or(std::chrono::system_clock::now());
-    }
-    std::chrono::steady_clock::time_point steadyNow() const override {
-        return std::chrono::steady_clock::now();
-    }
-    std::optional<std::chrono::system_clock::time_point> wall;
+    system_clock::time_point now() const override { return wall.value_or(system_clock::now()); }
+    steady_clock::time_point steadyNow() const override { return steady_clock::now(); }
+    std::optional<system_clock::time_point> wall;
 };
 
 const std::string anna = "anna.berg@example.com";
@@ -68,10 +64,7 @@ protected:
         clearLog();
         completions = 0;
         result.reset();
-        service.getSignatures(email, [this](std::optional<SignatureDescriptor> outcome) {
-            ++completions;
-            result = std::move(outcome);
-        });
+        service.getSignatures(email, [this](auto outcome) { ++completions, result = std::move(outcome); });
     }
 
     // Runs one whole exchange: the query step, then the receive step one second later.
@@ -117,7 +110,7 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     // The deployment log goes to the same server; the times show the same whole second.
     setEnvironment("TZ", "XXX-2");
     tzset();
-    clock.wall = std::chrono::system_clock::from_time_t(1784064600) + 999ms; // 2026-07-14 21:30:00.999 UTC
+    clock.wall = system_clock::from_time_t(1784064600) + 999ms; // 2026-07-14 21:30:00.999 UTC
     service.submitDeploymentLog(true, "a < b & c > d\n&amp; \"q\" 'a'\n");
     step("deployment log asked");
     queue.runUntilIdle();
@@ -174,10 +167,9 @@ TEST_F(NetworkServiceTest, EachFailedConnectSendReadOrParseEndsTheExchangeWithIt
                                "</DeploymentData><Broken></Response>";
     // A listener whose accept queue is full drops further connection requests unanswered.
     LoopbackListener listener(0);
-    std::vector<std::unique_ptr<TCPClient>> fillers;
+    std::deque<TCPClient> fillers;
     for (int i = 0; i < 3; ++i) {
-        fillers.push_back(std::make_unique<TCPClient>("127.0.0.1", listener.port()));
-        (void)fillers.back()->connect(200ms);
+        (void)fillers.emplace_back("127.0.0.1", listener.port()).connect(200ms);
     }
     const std::pair<std::string, int> unresolvable{"host.invalid", 5757};
     const std::vector<FailedExchange> cases{
@@ -206,12 +198,12 @@ TEST_F(NetworkServiceTest, EachFailedConnectSendReadOrParseEndsTheExchangeWithIt
         test.peer ? useServer(test.peer->second, test.peer->first)
                   : void(server = startServer(test.switches, test.answer));
         service.maxResponseBytes = test.cap;
-        const auto started = std::chrono::steady_clock::now();
+        const auto started = steady_clock::now();
         getSignatures(test.email);
         service.tcpClient->sendTimeout = 300ms;
         queue.runUntilIdle();
         queue.advance(1s); // the receive step; each step keeps to its bound (a resolver may take its time)
-        EXPECT_TRUE(std::chrono::steady_clock::now() - started < 2500ms || test.peer == unresolvable);
+        EXPECT_TRUE(steady_clock::now() - started < 2500ms || test.peer == unresolvable);
         EXPECT_EQ(queue.pendingCount(), 0u);
         if (test.peer) { // the deployment log is dropped after the same connect error
             service.submitDeploymentLog(true, "x");
@@ -236,14 +228,14 @@ TEST_F(NetworkServiceTest, SilentOrClosedPeerEndsWithTheTimeOutWhileTheProcessor
         ASSERT_EQ(service.tcpClient->connect(5), std::nullopt);
         std::this_thread::sleep_for(100ms); // a closing server has closed by now
         clearLog();
-        const auto started = std::chrono::steady_clock::now();
+        const auto started = steady_clock::now();
         const std::clock_t processor = std::clock();
         EXPECT_EQ(service.readResponse(), std::nullopt);
-        const auto took = std::chrono::steady_clock::now() - started;
+        const auto took = steady_clock::now() - started;
         EXPECT_GE(took, 500ms);
         EXPECT_LT(took, 1500ms);
         EXPECT_LT(static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC, 0.2);
-        EXPECT_EQ(logLines(), Lines{"Error: reading server response timed out"});
+        EXPECT_EQ(logLines(), std::vector<std::string>{"Error: reading server response timed out"});
     }
 }
 

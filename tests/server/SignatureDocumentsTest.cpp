@@ -4,10 +4,8 @@
 #include "tests/server/Describe.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
-#include "tests/support/ServerProcess.h"
 
 #include <fstream>
-#include <sstream>
 
 namespace varnoth::test {
 namespace {
@@ -36,7 +34,6 @@ TEST_F(SignatureDocumentsTest, EachAnswerGivesItsDescriptorIdentificationAndLogL
         const auto descriptor = service.parseSignatures(text);
         transcript += title + "\n" + describe(descriptor, service, logLines());
     }
-    ASSERT_EQ(answers.size(), 28u);
     expectGolden("server/signature-answers", transcript);
 }
 
@@ -56,12 +53,10 @@ TEST_F(SignatureDocumentsTest, NamesAreQuotedAndARunawayTemplateListIsCut) {
     ASSERT_TRUE(descriptor);
     EXPECT_EQ(descriptor->additionalSignatures.size(), 10000u); // the first 10,000 of 10,001
     const auto lines = logLines();
+    EXPECT_EQ(std::ranges::count(lines, "Found signature: Evil\\n2024-01-01 00:00:00  Forged\\x1B"), 1);
     EXPECT_EQ(
-        std::count(lines.begin(), lines.end(), "Found signature: Evil\\n2024-01-01 00:00:00  Forged\\x1B"),
-        1);
-    EXPECT_EQ(
-        std::count(lines.begin(), lines.end(),
-                   "Error: response from server holds more than 10000 templates; the others are ignored"),
+        std::ranges::count(
+            lines, "Error: response from server holds more than 10000 templates; the others are ignored"),
         1);
 }
 

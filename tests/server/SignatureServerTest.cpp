@@ -14,8 +14,6 @@
 namespace varnoth::test {
 namespace {
 
-using signatureserver::Faults;
-using signatureserver::ServerOptions;
 using signatureserver::SignatureServer;
 
 std::string joined(const SignatureServer::Reply& reply) {
@@ -24,8 +22,8 @@ std::string joined(const SignatureServer::Reply& reply) {
 
 class SignatureServerTest : public AgentTest {
 protected:
-    ServerOptions options(const std::string& data = VARNOTH_EXAMPLES_DIR, Faults faults = {}) {
-        return {data, root() / "logs", {}, {}, faults};
+    signatureserver::ServerOptions options(const std::string& data = VARNOTH_EXAMPLES_DIR) {
+        return {data, root() / "logs", {}, {}, {}};
     }
 };
 
@@ -34,8 +32,7 @@ protected:
 TEST_F(SignatureServerTest, DemoAnswerIsFramedAndParsesIntoTheMailboxsDeployment) {
     SignatureServer server(options());
     const auto text = utf16::decode(joined(server.handle(makeSignaturesRequest("JONAS.WEBER@example.com"))));
-    ASSERT_TRUE(text);
-    ASSERT_EQ(text->rfind(std::string(framing::startMarker), 0), 0u);
+    ASSERT_TRUE(text && text->starts_with(framing::startMarker));
     NetworkService service;
     clearLog();
     const auto descriptor = service.parseSignatures(framing::unframe(*text));

@@ -3,7 +3,6 @@
 #include "base/Logger.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
-#include "tests/support/ServerProcess.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -86,18 +85,6 @@ std::vector<std::string> AgentTest::logLines() const {
 void AgentTest::clearLog() const {
     std::error_code ignored;
     std::filesystem::remove(Logger::logFilePath(), ignored);
-}
-
-std::filesystem::path AgentTest::systemConfigFolder() const {
-    return root_ / "etc/Varnoth/Varnoth Brelvane Agent";
-}
-
-std::filesystem::path AgentTest::userConfigFolder() const {
-    return root_ / "home/.config/Varnoth/Varnoth Brelvane Agent";
-}
-
-void AgentTest::writeFile(const std::filesystem::path& path, const std::string& content) {
-    writeWholeFile(path, content);
 }
 
 } // namespace varnoth::test

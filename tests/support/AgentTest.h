@@ -8,6 +8,7 @@
 #include "platform/deterministic/RecordingApplication.h"
 #include "platform/deterministic/RecordingStatusItem.h"
 #include "platform/deterministic/RecordingWorkspace.h"
+#include "tests/support/ServerProcess.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -32,9 +33,13 @@ protected:
 
     std::filesystem::path root() const { return root_; }
     // The folder where the administrator's configuration files go.
-    std::filesystem::path systemConfigFolder() const;
-    std::filesystem::path userConfigFolder() const;
-    static void writeFile(const std::filesystem::path& path, const std::string& content);
+    std::filesystem::path systemConfigFolder() const { return root_ / "etc/Varnoth/Varnoth Brelvane Agent"; }
+    std::filesystem::path userConfigFolder() const {
+        return root_ / "home/.config/Varnoth/Varnoth Brelvane Agent";
+    }
+    static void writeFile(const std::filesystem::path& path, const std::string& content) {
+        writeWholeFile(path, content);
+    }
     // Sets (or, with nullopt, removes) an environment variable until the end of the test.
     void setEnvironment(const char* name, const std::optional<std::string>& value);
 

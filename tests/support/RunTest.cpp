@@ -4,17 +4,17 @@
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
-#include "tests/support/ServerProcess.h"
+#include "tests/support/Golden.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <pugixml.hpp>
 #include <regex>
+#include <set>
 
 namespace varnoth::test {
 
 using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
 
 void RunTest::SetUp() {
     AgentTest::SetUp();
@@ -62,31 +62,14 @@ void RunTest::run(AppDelegate& app, bool userInitiated) {
     ASSERT_FALSE(app.updateInProgress());
 }
 
-void RunTest::runFaulty(AppDelegate& app) {
-    fastClock.setFactor(clockFactor);
-    run(app);
-    fastClock.setFactor(1);
-}
-
-std::filesystem::path RunTest::storeFolder() const {
-    return root() / "home/.local/share/Varnoth/Outlook";
-}
-
+// A store that cannot be read throws, which fails the test.
 std::map<std::string, std::string> RunTest::storedSignatures() const {
     std::map<std::string, std::string> signatures;
-    try {
-        OutlookStandInStore store(storeFolder());
-        for (const auto& name : store.signatureNames()) {
-            signatures[name] = store.signature(name).value_or("<missing>");
-        }
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "the store cannot be read: " << error.what();
+    OutlookStandInStore store(storeFolder());
+    for (const auto& name : store.signatureNames()) {
+        signatures[name] = store.signature(name).value_or("<missing>");
     }
     return signatures;
-}
-
-std::vector<std::string> RunTest::additionalSignatures() const {
-    return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
 }
 
 void RunTest::startFromGoodRun() {
@@ -105,11 +88,8 @@ void RunTest::startFromGoodRun() {
 
 void RunTest::expectKept() const {
     EXPECT_EQ(storedSignatures(), keptSignatures);
-    auto list = additionalSignatures();
-    auto kept = keptList;
-    std::sort(list.begin(), list.end());
-    std::sort(kept.begin(), kept.end());
-    EXPECT_EQ(list, kept);
+    const auto list = additionalSignatures();
+    EXPECT_EQ(std::multiset(list.begin(), list.end()), std::multiset(keptList.begin(), keptList.end()));
 }
 
 void RunTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs) {
@@ -150,15 +130,22 @@ std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::pat
     return logs;
 }
 
-int RunTest::count(const std::string& line) const {
-    const auto lines = logLines();
-    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
-}
-
-bool RunTest::logged(const std::string& prefix) const {
-    const auto lines = logLines();
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& text) { return text.rfind(prefix, 0) == 0; });
+std::string RunTest::runTranscript(const ServerProcess* server, std::size_t reports) const {
+    std::string text;
+    for (const auto& alert : alerts.shown) {
+        text += "alert: " + alert.message + "\n";
+    }
+    text += joinLines(logLines()) + "--- the server got\n";
+    for (const auto& file : server ? ServerProcess::waitForFiles(server->logFolder(), reports) : Lines{}) {
+        std::smatch result;
+        const std::string report = readWholeFile(file);
+        std::regex_search(report, result, std::regex("<Result>(.*?)</Result>"));
+        text += "result: " + result[1].str() + "\n";
+    }
+    for (const auto& log : server ? wholeDeploymentLogs(server->logFolder(), reports) : Lines{}) {
+        text += std::regex_replace(log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
+    }
+    return text;
 }
 
 } // namespace varnoth::test

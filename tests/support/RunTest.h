@@ -6,6 +6,7 @@
 #include "tests/support/AgentTest.h"
 #include "tests/support/ServerProcess.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -35,12 +36,14 @@ protected:
     // One run from the timer (or the menu) to its end, including the deployment log's send; a faulty
     // run's bounds pass quickly.
     void run(AppDelegate& app, bool userInitiated = false);
-    void runFaulty(AppDelegate& app);
+    void runFaulty(AppDelegate& app) { fastClock.setFactor(clockFactor), run(app), fastClock.setFactor(1); }
 
     // The store's signatures by name, as the stand-in keeps them.
     std::map<std::string, std::string> storedSignatures() const;
-    std::filesystem::path storeFolder() const;
-    std::vector<std::string> additionalSignatures() const;
+    std::filesystem::path storeFolder() const { return root() / "home/.local/share/Varnoth/Outlook"; }
+    std::vector<std::string> additionalSignatures() const {
+        return defaults.stringArray("additionalSignatures").value_or(std::vector<std::string>{});
+    }
 
     // Starts the good server and makes the good run every fault starts from with the test's own agent;
     // remembers its outcome.
@@ -53,8 +56,14 @@ protected:
     // Every deployment log of the folder is a whole document whose log lines are whole lines; returns them.
     static std::vector<std::string> wholeDeploymentLogs(const std::filesystem::path& folder,
                                                         std::size_t atLeast);
-    int count(const std::string& line) const;
-    bool logged(const std::string& prefix) const;
+    // The run's alerts and log lines, then the results and deployment logs a server got (times as TIME), as
+    // the fault goldens hold them.
+    std::string runTranscript(const ServerProcess* server, std::size_t reports) const;
+    int count(const std::string& line) const { return int(std::ranges::count(logLines(), line)); }
+    bool logged(const std::string& prefix) const {
+        return std::ranges::any_of(logLines(),
+                                   [&](const std::string& text) { return text.starts_with(prefix); });
+    }
 
     ProcessScriptHost scripts{std::chrono::seconds(5)};
     FastClock fastClock{queue};

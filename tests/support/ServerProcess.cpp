@@ -5,7 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -19,9 +19,7 @@ using namespace std::chrono_literals;
 
 std::string readWholeFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 bool writeWholeFile(const std::filesystem::path& path, const std::string& content) {
@@ -65,14 +63,12 @@ pid_t spawnChild(const std::vector<std::string>& arguments, const std::filesyste
 int stopChild(pid_t pid, int graceSeconds) {
     kill(pid, SIGTERM);
     int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(graceSeconds);
-    while (waitpid(pid, &status, WNOHANG) == 0) {
+    // After the grace period, SIGKILL until the child is reaped.
+    for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(graceSeconds);
+         waitpid(pid, &status, WNOHANG) == 0; std::this_thread::sleep_for(10ms)) {
         if (std::chrono::steady_clock::now() > deadline) {
             kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            break;
         }
-        std::this_thread::sleep_for(10ms);
     }
     return status;
 }
