@@ -3,7 +3,10 @@
 #include "tests/support/RunTest.h"
 #include "tests/support/ServerProcess.h"
 
-#include <cstdlib>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace varnoth::test {
 namespace {
@@ -43,12 +46,18 @@ protected:
         next.reset();
         RunTest::TearDown();
     }
-    // The immutable flag on the store: not even root may add, remove or rename files there.
+    // The ext4 immutable flag on the store: not even root may add, remove or rename files there.
     bool setImmutable(bool on) {
-        const std::string store = storeFolder().string();
-        return std::system((std::string("chattr ") + (on ? "+i '" : "-i '") + store + "/signatures' '" +
-                            store + "' 2>/dev/null")
-                               .c_str()) == 0;
+        bool done = true;
+        for (const auto& folder : {storeFolder() / "signatures", storeFolder()}) {
+            const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            int flags = 0;
+            done = done && fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+            flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+            done = done && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+            ::close(fd);
+        }
+        return done;
     }
     std::unique_ptr<ServerProcess> next;
 };
