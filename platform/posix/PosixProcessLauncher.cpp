@@ -157,7 +157,8 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     };
     bool outputOpen = true, errorsOpen = true;
     char buffer[65536];
-    while (outputOpen || errorsOpen) {
+    // Input still to write keeps the loop going after the child closed its output, so it gets all of it.
+    while (outputOpen || errorsOpen || input.write() >= 0) {
         pollfd fds[3];
         nfds_t count = 0;
         const int outputSlot = outputOpen ? static_cast<int>(count++) : -1;

@@ -77,5 +77,17 @@ TEST_F(ProcessScriptHostTest,
         });
 }
 
+// A child that closes its output before it reads still gets all of its input.
+TEST_F(ProcessScriptHostTest, InputIsWrittenAfterTheChildClosedItsOutput) {
+    const auto copy = root() / "copy";
+    const auto result = PosixProcessLauncher().run({"/bin/sh",
+                                                    {"-c", "exec >&- 2>&-; cat > \"$0\"", copy.string()},
+                                                    std::string(1 << 20, 'x'),
+                                                    std::chrono::seconds(5),
+                                                    {}});
+    EXPECT_TRUE(result.succeeded());
+    EXPECT_EQ(readWholeFile(copy).size(), 1u << 20);
+}
+
 } // namespace
 } // namespace varnoth::test
