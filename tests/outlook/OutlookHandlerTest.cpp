@@ -129,6 +129,16 @@ TEST_F(OutlookHandlerTest, OutlooksOwnFormOfACreatedDefaultReadsAsTheCreatedCont
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>B</p>")); // changed on the server
     script.signatures[replyName] = "<html><p>A</p> edited</html>";     // changed in Outlook
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
+    // The digest is SHA-256 (one, two and many blocks), so what one version stored the next still knows.
+    for (const auto& [text, digest] : std::vector<std::pair<std::string, std::string>>{
+             {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+             {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+             {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+              "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
+             {std::string(1000000, 'a'),
+              "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"}}) {
+        EXPECT_EQ(SignatureFormMemory::digest(text), digest) << text.size();
+    }
 }
 
 } // namespace

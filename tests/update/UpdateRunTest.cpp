@@ -42,7 +42,8 @@ protected:
         for (const auto& [name, html] : storedSignatures()) {
             out << "-- stored " << name << ": " << html << "\n";
         }
-        out << "-- additional\n" << joinLines(additionalSignatures());
+        out << "-- additional\n" << joinLines(additionalSignatures()) << "-- runs\n" << joinLines(finished);
+        finished.clear();
         clearLog();
         alerts.shown.clear();
         statusItem.images.clear();
@@ -59,6 +60,7 @@ protected:
 
     std::optional<ServerProcess> server;
     FakeWindow applyWindow;
+    std::vector<std::string> finished; // how each run ended, as the agent's --once reports it
 };
 
 // Each scenario is a step file of tests/golden/update/; "look N" answers with what the runs since the last
@@ -87,6 +89,8 @@ TEST_P(UpdateRunTest, StepsLeaveWhatTheirScenarioFileHolds) {
              agent.reset();
              agent.emplace(AppDelegate::Windows{a[0].empty() ? nullptr : &applyWindow, nullptr,
                                                 a[0] == "dialog" ? &controller : nullptr});
+             agent->setUpdateFinishedHandler(
+                 [&](bool ok) { finished.push_back(ok ? "succeeded" : "failed"); });
          }},
         {"run", [&](auto& a) { run(*agent, a[0] == "menu"); }},
         {"look", [&](auto& a) { result = look(a[0].empty() ? 0 : std::stoul(a[0])); }},
