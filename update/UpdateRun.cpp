@@ -36,6 +36,7 @@ void UpdateRun::start() {
         const std::string message =
             "Missing SignatureServerAddress configuration. Unable to update signatures.";
         Logger::log(message);
+        stopCapturing(); // no deployment log goes anywhere without a server
         showUpdateFailedAlert(message, userInitiated_);
         delegate_.updateFinished(false);
         return;

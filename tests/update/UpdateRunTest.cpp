@@ -1,3 +1,4 @@
+#include "base/Logger.h"
 #include "base/TextValues.h"
 #include "config/Config.h"
 #include "dialogs/ApplyViewController.h"
@@ -136,6 +137,17 @@ TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
     EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 0);
     EXPECT_EQ(count("Error Update signatures: Fetching signature failed"), 1);
     EXPECT_TRUE(logged("Failed to connect to host: "));
+}
+
+// Without a server nothing is sent, and the run's lines are not kept for the next run's deployment log.
+TEST_F(UpdateRunTest, RunWithoutServerAddressStopsCapturingTheLog) {
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "UserEmailAddress=keep@example.com\n");
+    Config::setShared(nullptr);
+    AppDelegate app;
+    run(app, false);
+    EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 1);
+    EXPECT_FALSE(Logger::captureEnabled);
+    EXPECT_EQ(Logger::capturedLog, "");
 }
 
 } // namespace
