@@ -1,5 +1,6 @@
 #include "platform/posix/ProcessScriptHost.h"
 #include "platform/Platform.h"
+#include "platform/Termination.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 namespace varnoth::test {
 namespace {
@@ -77,8 +79,9 @@ TEST_F(ProcessScriptHostTest,
         });
 }
 
-// A child that closes its output before it reads still gets all of its input.
-TEST_F(ProcessScriptHostTest, InputIsWrittenAfterTheChildClosedItsOutput) {
+// A child that closes its output before it reads still gets all of its input; one that runs when the agent
+// is asked to exit is stopped.
+TEST_F(ProcessScriptHostTest, InputIsWrittenAfterTheChildClosedItsOutputAndExitStopsTheChild) {
     const auto copy = root() / "copy";
     const auto result = PosixProcessLauncher().run({"/bin/sh",
                                                     {"-c", "exec >&- 2>&-; cat > \"$0\"", copy.string()},
@@ -87,6 +90,13 @@ TEST_F(ProcessScriptHostTest, InputIsWrittenAfterTheChildClosedItsOutput) {
                                                     {}});
     EXPECT_TRUE(result.succeeded());
     EXPECT_EQ(readWholeFile(copy).size(), 1u << 20);
+    // An agent asked to exit stops a running child at once instead of waiting for its limit.
+    std::thread signal(
+        [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)), Termination::request(); });
+    const auto stopped = PosixProcessLauncher().run({"/bin/sleep", {"5"}, {}, std::chrono::seconds(20), {}});
+    signal.join();
+    Termination::clear();
+    EXPECT_TRUE(stopped.cancelled && !stopped.succeeded());
 }
 
 } // namespace
