@@ -51,6 +51,10 @@ TEST_F(ConfigReportTest, SaysWhenNoFileWasFoundOrTheFileCouldNotBeReadAndHidesAP
               "<key>LDAPUser</key><string>CN=Reader,DC=example,DC=com</string></dict></plist>\n");
     expectReport("config-report-plist", report());
     EXPECT_EQ(logText(), "");
+    // A folder name with a line break still gives one search line for it.
+    const ConfigReport odd(Config::Locations{root() / "a\nb", root() / "support", "Agent"});
+    EXPECT_EQ(odd.searchLines().front(), "Checking for configuration file: " +
+                                             (root() / "a\nb/Agent/Varnoth Brelvane Agent.plist").string());
 }
 
 } // namespace
