@@ -132,14 +132,13 @@ void logOutsideCapture(const std::string& message) {
 void AppDelegate::updateSignatures(bool userInitiated) {
     // Runs share the capture buffer, and a modal alert's nested event loop lets the timer fire while a run
     // still waits for the user: a second run would mix its lines into the first one's deployment log.
-    if (updateInProgress_) {
+    if (run_) {
         if (userInitiated) {
             logOutsideCapture("Update Signatures menu selected");
         }
         logOutsideCapture("Update signatures already in progress");
         return;
     }
-    updateInProgress_ = true;
     run_ = std::make_unique<UpdateRun>(userInitiated, windows_.applyController, *this);
     run_->start();
 }
@@ -157,7 +156,6 @@ void AppDelegate::updateFinished(bool success) {
     if (run_) {
         Platform::mainQueue().post([run = std::shared_ptr<UpdateRun>(std::move(run_))] {});
     }
-    updateInProgress_ = false;
     if (updateFinished_) {
         updateFinished_(success);
     }

@@ -52,7 +52,7 @@ public:
     // One update run; userInitiated when the user chose it from the menu. A run asked for while another
     // is in progress (waiting for its answer or showing its alert) is refused with a log line of its own.
     void updateSignatures(bool userInitiated);
-    bool updateInProgress() const { return updateInProgress_; }
+    bool updateInProgress() const { return run_ != nullptr; }
     // Called at the end of every update run with whether it succeeded.
     void setUpdateFinishedHandler(std::function<void(bool)> handler) { updateFinished_ = std::move(handler); }
 
@@ -83,7 +83,6 @@ private:
     LaunchAgent agent_;
     std::optional<Accessibility::Token> accessibilityObserver_;
     bool engineStarted_ = false;
-    bool updateInProgress_ = false;
     std::unique_ptr<UpdateRun> run_; // the run in progress, alive until its exchange is over
     std::function<void(bool)> updateFinished_;
 };

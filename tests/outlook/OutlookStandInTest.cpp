@@ -1,3 +1,4 @@
+#include "base/TextValues.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "platform/posix/PosixProcessLauncher.h"
@@ -98,11 +99,7 @@ TEST_F(OutlookStandInTest, StoreHandlerScriptAndProgramStepByStep) {
     expectTranscript("outlook/standin", [&](const std::string& word, const std::string& rest) {
         const Arguments arguments = caseArguments(rest);
         try {
-            std::string answer = steps.at(word)(arguments);
-            for (auto at = answer.find(root().string()); at != std::string::npos;
-                 at = answer.find(root().string())) {
-                answer.replace(at, root().string().size(), "<root>");
-            }
+            const std::string answer = text::replaceAll(steps.at(word)(arguments), root().string(), "<root>");
             return answer.empty() ? "ok" : answer;
         } catch (const std::runtime_error& error) {
             return std::string("throws ") + error.what();

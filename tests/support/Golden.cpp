@@ -1,8 +1,10 @@
 #include "tests/support/Golden.h"
 
+#include "base/TextValues.h"
+#include "tests/support/ServerProcess.h"
+
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -11,22 +13,16 @@ namespace varnoth::test {
 void expectGolden(const std::string& name, std::string actual,
                   const std::vector<std::pair<std::string, std::string>>& replace) {
     for (const auto& [from, to] : replace) {
-        for (auto at = actual.find(from); !from.empty() && at != std::string::npos;
-             at = actual.find(from, at + to.size())) {
-            actual.replace(at, from.size(), to);
-        }
+        actual = text::replaceAll(actual, from, to);
     }
     const std::filesystem::path path = std::filesystem::path(VARNOTH_GOLDEN_DIR) / (name + ".txt");
     if (const char* update = std::getenv("VARNOTH_UPDATE_GOLDEN"); update != nullptr && *update == '1') {
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << actual;
+        writeWholeFile(path, actual);
         return;
     }
-    std::ifstream in(path, std::ios::binary);
-    ASSERT_TRUE(in) << "no golden file " << path << " (run with VARNOTH_UPDATE_GOLDEN=1 to write it)";
-    std::stringstream expected;
-    expected << in.rdbuf();
-    EXPECT_EQ(actual, expected.str()) << "differs from " << path;
+    ASSERT_TRUE(std::filesystem::is_regular_file(path))
+        << "no golden file " << path << " (run with VARNOTH_UPDATE_GOLDEN=1 to write it)";
+    EXPECT_EQ(actual, readWholeFile(path)) << "differs from " << path;
 }
 
 std::string joinLines(const std::vector<std::string>& lines) {
@@ -54,8 +50,7 @@ std::string unescaped(const std::string& text) {
 
 void expectTranscript(const std::string& name,
                       const std::function<std::string(const std::string&, const std::string&)>& answer) {
-    std::ifstream in(std::filesystem::path(VARNOTH_GOLDEN_DIR) / (name + ".txt"));
-    ASSERT_TRUE(in) << name;
+    std::istringstream in(readWholeFile(std::filesystem::path(VARNOTH_GOLDEN_DIR) / (name + ".txt")));
     std::string transcript;
     for (std::string line; std::getline(in, line);) {
         const auto space = line.find(' ');

@@ -102,15 +102,15 @@ void RunTest::expectNextRunWorks(AppDelegate& app, int goodPort, const std::file
     EXPECT_TRUE(alerts.shown.empty());
     const auto logs = wholeDeploymentLogs(goodLogs, before + 1);
     ASSERT_EQ(logs.size(), before + 1);
-    EXPECT_NE(logs.back().find("Parsed signature successfully for "), std::string::npos);
+    EXPECT_NE(logs.back().log.find("Parsed signature successfully for "), std::string::npos);
     EXPECT_EQ(storedSignatures().size(), 4u);
     EXPECT_EQ(additionalSignatures().size(), 2u);
 }
 
-std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::path& folder,
-                                                      std::size_t atLeast) {
+std::vector<RunTest::DeploymentLog> RunTest::wholeDeploymentLogs(const std::filesystem::path& folder,
+                                                                 std::size_t atLeast) {
     static const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  .*)");
-    std::vector<std::string> logs;
+    std::vector<DeploymentLog> logs;
     for (const auto& file : ServerProcess::waitForFiles(folder, atLeast)) {
         const std::string document = framing::unframe(readWholeFile(file));
         pugi::xml_document parsed;
@@ -125,7 +125,7 @@ std::vector<std::string> RunTest::wholeDeploymentLogs(const std::filesystem::pat
             EXPECT_EQ(log.back(), '\n');
             EXPECT_TRUE(std::regex_match(log.substr(0, log.find('\n')), line)) << log;
         }
-        logs.push_back(log);
+        logs.push_back({result, log});
     }
     return logs;
 }
@@ -136,14 +136,13 @@ std::string RunTest::runTranscript(const ServerProcess* server, std::size_t repo
         text += "alert: " + alert.message + "\n";
     }
     text += joinLines(logLines()) + "--- the server got\n";
-    for (const auto& file : server ? ServerProcess::waitForFiles(server->logFolder(), reports) : Lines{}) {
-        std::smatch result;
-        const std::string report = readWholeFile(file);
-        std::regex_search(report, result, std::regex("<Result>(.*?)</Result>"));
-        text += "result: " + result[1].str() + "\n";
+    const auto got =
+        server ? wholeDeploymentLogs(server->logFolder(), reports) : std::vector<DeploymentLog>{};
+    for (const auto& report : got) {
+        text += "result: " + report.result + "\n";
     }
-    for (const auto& log : server ? wholeDeploymentLogs(server->logFolder(), reports) : Lines{}) {
-        text += std::regex_replace(log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
+    for (const auto& report : got) {
+        text += std::regex_replace(report.log, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "TIME");
     }
     return text;
 }

@@ -53,9 +53,12 @@ protected:
     // The timer's next run against the good server succeeds and installs the full set again.
     void expectNextRunWorks(AppDelegate& app, int goodPort, const std::filesystem::path& goodLogs);
 
+    struct DeploymentLog {
+        std::string result, log;
+    };
     // Every deployment log of the folder is a whole document whose log lines are whole lines; returns them.
-    static std::vector<std::string> wholeDeploymentLogs(const std::filesystem::path& folder,
-                                                        std::size_t atLeast);
+    static std::vector<DeploymentLog> wholeDeploymentLogs(const std::filesystem::path& folder,
+                                                          std::size_t atLeast);
     // The run's alerts and log lines, then the results and deployment logs a server got (times as TIME), as
     // the fault goldens hold them.
     std::string runTranscript(const ServerProcess* server, std::size_t reports) const;
