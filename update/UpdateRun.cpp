@@ -9,15 +9,6 @@
 
 namespace varnoth {
 
-namespace {
-
-void stopCapturing() {
-    Logger::captureEnabled = false;
-    Logger::capturedLog.clear();
-}
-
-} // namespace
-
 UpdateRun::UpdateRun(bool userInitiated, ApplyViewController* applyController, Delegate& delegate)
     : userInitiated_(userInitiated), applyController_(applyController), delegate_(delegate) {}
 
@@ -36,9 +27,8 @@ void UpdateRun::start() {
         const std::string message =
             "Missing SignatureServerAddress configuration. Unable to update signatures.";
         Logger::log(message);
-        stopCapturing(); // no deployment log goes anywhere without a server
         showUpdateFailedAlert(message, userInitiated_);
-        delegate_.updateFinished(false);
+        finish(false);
         return;
     }
 
@@ -58,10 +48,9 @@ void UpdateRun::start() {
     if (address_.empty()) {
         Logger::log("Error: Update signatures: no email account available");
         submitDeploymentLog(false);
-        stopCapturing();
         delegate_.setLoading(false);
         showUpdateFailedAlert("No email account available", userInitiated_);
-        delegate_.updateFinished(false);
+        finish(false);
         return;
     }
 
@@ -75,19 +64,17 @@ void UpdateRun::handleSignatures(const std::optional<SignatureDescriptor>& outco
     if (!outcome) {
         Logger::log("Error Update signatures: Fetching signature failed");
         submitDeploymentLog(false);
-        stopCapturing();
         showUpdateFailedAlert("Fetching signature failed", userInitiated_);
         delegate_.setLoading(false);
-        delegate_.updateFinished(false);
+        finish(false);
         return;
     }
     Logger::log("Update signatures: Fetching signature succeeded");
     if (outcome->noSetting) {
-        stopCapturing();
         delegate_.setLoading(false);
         showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + address_ + ".",
                               userInitiated_);
-        delegate_.updateFinished(false);
+        finish(false);
         return;
     }
     if (applyController_ != nullptr) {
@@ -108,9 +95,15 @@ void UpdateRun::handleSignatures(const std::optional<SignatureDescriptor>& outco
         showUpdateFailedAlert("Signature creation failed", userInitiated_);
     }
     submitDeploymentLog(allSucceeded);
-    stopCapturing();
     delegate_.setLoading(false);
-    delegate_.updateFinished(allSucceeded);
+    finish(allSucceeded);
+}
+
+void UpdateRun::finish(bool success) {
+    // Every end of a run ends its capture, so no line of it waits for the next run's deployment log.
+    Logger::captureEnabled = false;
+    Logger::capturedLog.clear();
+    delegate_.updateFinished(success);
 }
 
 namespace {

@@ -43,6 +43,7 @@ private:
     void applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook, bool& defaultChanged,
                          bool& allSucceeded);
     void submitDeploymentLog(bool success);
+    void finish(bool success);
 
     const bool userInitiated_;
     ApplyViewController* const applyController_;
