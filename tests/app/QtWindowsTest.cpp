@@ -49,7 +49,7 @@ protected:
         const std::string argument = space == std::string::npos ? "" : rest.substr(space + 1);
         if (word == "show") {
             window.show();
-            EXPECT_TRUE(QTest::qWaitForWindowExposed(&dialog));
+            EXPECT_TRUE(QTest::qWaitForWindowExposed(&dialog, 60000)); // waits only as long as it takes
         } else if (word == "click") {
             const QPoint indicator(6, control->height() / 2);
             QTest::mouseClick(control, Qt::LeftButton, {},

@@ -17,6 +17,9 @@ struct NetworkFault {
     std::vector<std::string> switches; // of the demo server, or "refused" for a closed port
     std::string answer = {};           // instead of the demo answer, framed; empty: the demo's own
     bool reported = true;              // the failed run's deployment log reaches the faulty server
+    // The run waits out the 20-second read bound, on a fast clock. The other faults' answers are read in
+    // real time, so a busy machine cannot turn them into a time-out.
+    bool timesOut = false;
 };
 
 class NetworkFaultTest : public RunTest {};
@@ -27,9 +30,9 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
         "<?xml version=\"1.0\" encoding=\"utf-16\"?><Response><Identifier>x</Identifier>";
     const std::vector<NetworkFault> faults{
         {"refused", {"refused"}, "", false},
-        {"never answering", {"--never-answer"}, "", false},
-        {"trickling", {"--chunks", "4000", "--chunk-pause", "1000"}},
-        {"closing mid-answer", {"--no-end-marker"}},
+        {"never answering", {"--never-answer"}, "", false, true},
+        {"trickling", {"--chunks", "4000", "--chunk-pause", "1000"}, "", true, true},
+        {"closing mid-answer", {"--no-end-marker"}, "", true, true},
         {"not UTF-16", {"--invalid-utf16"}},
         {"malformed XML",
          {},
@@ -54,7 +57,7 @@ TEST_F(NetworkFaultTest, EveryFaultEndsTheRunKeepsTheSignaturesAndTheNextRunWork
                                 ? nullptr
                                 : std::make_unique<ServerProcess>(switches, goodData().string());
         configure(faulty ? faulty->port() : LoopbackListener::closedPort());
-        runFaulty(app);
+        fault.timesOut ? runFaulty(app) : run(app);
         transcript += "=== " + std::string(fault.title) + "\n" + runTranscript(faulty.get(), fault.reported);
         expectKept();
         expectNextRunWorks(app, good->port(), good->logFolder());

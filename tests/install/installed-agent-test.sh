@@ -84,7 +84,7 @@ for name in "Default New Email Signature" "Default Reply Forward Email Signature
 done
 grep -qF "Update signatures: Create signatures succeeded" "$log" || fail "log: $(cat "$log")"
 
-for _ in $(seq 100); do ls "$work/received"/* >/dev/null 2>&1 && break; sleep 0.1; done
+for _ in $(seq 600); do ls "$work/received"/* >/dev/null 2>&1 && break; sleep 0.1; done
 grep -qF '<Result>Success</Result>' "$work/received"/* || fail "the server received no successful deployment log"
 # A copy without its resources never falls back to the source tree's: it finds no Outlook script.
 mkdir -p "$work/bare"

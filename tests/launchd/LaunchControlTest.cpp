@@ -46,7 +46,7 @@ protected:
     // not waited for: its line may take a moment to come.
     std::string nextCall() {
         std::string calls = readWholeFile(root() / "launchctl.calls");
-        for (int attempt = 0; std::ranges::count(calls, '\n') <= callCount && attempt < 1000; ++attempt) {
+        for (int attempt = 0; std::ranges::count(calls, '\n') <= callCount && attempt < 6000; ++attempt) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             calls = readWholeFile(root() / "launchctl.calls");
         }

@@ -93,7 +93,7 @@ TEST_F(ProcessScriptHostTest, InputIsWrittenAfterTheChildClosedItsOutputAndExitS
     // An agent asked to exit stops a running child at once instead of waiting for its limit.
     std::thread signal(
         [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)), Termination::request(); });
-    const auto stopped = PosixProcessLauncher().run({"/bin/sleep", {"5"}, {}, std::chrono::seconds(20), {}});
+    const auto stopped = PosixProcessLauncher().run({"/bin/sleep", {"60"}, {}, std::chrono::seconds(90), {}});
     signal.join();
     Termination::clear();
     EXPECT_TRUE(stopped.cancelled && !stopped.succeeded());

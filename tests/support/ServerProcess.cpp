@@ -112,7 +112,7 @@ int ServerProcess::stop() {
 }
 
 std::vector<std::string> ServerProcess::waitForFiles(const std::filesystem::path& folder, std::size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    const auto deadline = std::chrono::steady_clock::now() + 30s; // only waited out when files are missing
     std::vector<std::string> files;
     do {
         files.clear();
