@@ -13,6 +13,7 @@
 #include "config/ConfigReport.h"
 #include "platform/Platform.h"
 #include "platform/Termination.h"
+#include "platform/posix/InstanceLock.h"
 #include "platform/posix/PosixHostInfo.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/SystemClock.h"
@@ -28,7 +29,6 @@
 #endif
 
 #include <QApplication>
-#include <QLockFile>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstring>
@@ -118,12 +118,6 @@ int printConfiguration(const BundleInfo& bundle) {
 // Two tray agents of one user would show two icons and run two timers into one log. The lock file sits
 // beside the log and is held for the life of the process; only a vanished process leaves a stale one,
 // never a lock's age, however long the agent runs.
-bool anotherInstanceRuns(QLockFile& lock) {
-    std::error_code ignored;
-    std::filesystem::create_directories(Logger::logFilePath().parent_path(), ignored);
-    lock.setStaleLockTime(0);
-    return !lock.tryLock(0) && lock.error() == QLockFile::LockFailedError;
-}
 
 } // namespace
 
@@ -201,10 +195,16 @@ int AgentApplication::main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
 
     const BundleInfo bundle = runningBundle(argv[0]);
-    QLockFile instanceLock(QString::fromStdString(Logger::logFilePath().string() + ".lock"));
-    if (!once && anotherInstanceRuns(instanceLock)) {
-        std::cerr << "Another instance of the agent is already running\n";
-        return 0;
+    // One tray agent per user; a single run is not blocked by it.
+    std::unique_ptr<InstanceLock> instanceLock;
+    if (!once) {
+        std::error_code ignored;
+        std::filesystem::create_directories(Logger::logFilePath().parent_path(), ignored);
+        instanceLock = std::make_unique<InstanceLock>(Logger::logFilePath().string() + ".lock");
+        if (instanceLock->state() == InstanceLock::State::heldByAnother) {
+            std::cerr << "Another instance of the agent is already running\n";
+            return 0;
+        }
     }
     QtMainQueue mainQueue;
     SystemClock clock;
@@ -275,6 +275,12 @@ int AgentApplication::main(int argc, char** argv) {
         QObject::connect(&qt, &QCoreApplication::aboutToQuit,
                          [&delegate] { delegate.applicationWillTerminate(); });
         mainQueue.post([&delegate] { delegate.applicationDidFinishLaunching(); });
+        if (instanceLock->state() == InstanceLock::State::tookOver) { // said after the start-up lines
+            mainQueue.post([] {
+                Logger::log("Took over the lock file of an agent that no longer runs: " +
+                            Logger::logFilePath().string() + ".lock");
+            });
+        }
     }
     const int status = QApplication::exec();
     Platform::install({});

@@ -1,3 +1,4 @@
+#include "base/Logger.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/LoopbackListener.h"
@@ -38,6 +39,9 @@ protected:
 // carry it through to SIGTERM.
 TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceASecondAgentExitsAndTerminationSaysExiting) {
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "SuppressErrorMessages=1\n");
+    // What a crashed agent, or one on another host sharing the home, left: nobody holds it.
+    const auto lockFile = Logger::logFilePath().string() + ".lock";
+    writeFile(lockFile, "4194303 another-host\n");
     const pid_t pid = startUntil("SuppressErrorMessages: true");
     ASSERT_GT(pid, 0);
     const auto second = run({});
@@ -49,6 +53,7 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceASecondAgentExitsAndTermin
     EXPECT_EQ(kill(pid, 0), 0);
     const int status = stopChild(pid, 30);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(readWholeFile(lockFile), ""); // an agent that ended well leaves nothing to take over
 
     const std::string text = logText();
     EXPECT_EQ(text.find("  --------------- "), 19u) << text; // the banner is the log's first line
@@ -59,6 +64,7 @@ TEST_F(AgentProcessTest, StartWritesTheStartUpSequenceASecondAgentExitsAndTermin
     EXPECT_EQ(text.find("macOS"), std::string::npos);
 #endif
     EXPECT_EQ(text.find("Starting app engine"), text.rfind("Starting app engine")); // one engine, one log
+    EXPECT_NE(text.find("Took over the lock file of an agent that no longer runs"), std::string::npos);
     EXPECT_TRUE(std::regex_search(
         text,
         std::regex(
