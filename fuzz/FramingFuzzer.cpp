@@ -14,10 +14,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto found = framing::findEndMarker(bytes);
     require(framing::chunkHoldsEndMarker(bytes, 0) == found.has_value());
     require(!found || (*found % 2 == 0 && *found + framing::endMarker.size() * 2 <= size));
-    // Any cut of the stream: a chunk holding a marker means the stream holds one from before it.
+    // Any cut of the stream: the chunk after it holds a marker exactly when a marker ends after the cut.
     const std::size_t cut = size > 0 ? data[0] % size : 0;
-    require(!framing::chunkHoldsEndMarker(bytes, cut) ||
-            framing::findEndMarker(bytes, cut & ~std::size_t{1}));
+    auto ending = found;
+    while (ending && *ending + framing::endMarker.size() * 2 <= cut) {
+        ending = framing::findEndMarker(bytes, *ending + 2);
+    }
+    require(framing::chunkHoldsEndMarker(bytes, cut) == ending.has_value());
 
     if (const auto text = utf16::decode(bytes)) {
         // What decodes encodes back to the same bytes, less a leading byte-order mark.

@@ -49,7 +49,12 @@ std::optional<std::size_t> findEndMarker(std::string_view stream, std::size_t fr
 }
 
 bool chunkHoldsEndMarker(std::string_view stream, std::size_t chunkStart) {
-    return findEndMarker(stream, chunkStart).has_value();
+    const std::size_t lookBack = endMarkerBytes().size() - 1;
+    return findEndMarker(stream, chunkStart > lookBack ? chunkStart - lookBack : 0).has_value();
+}
+
+bool holdsMarker(std::string_view text) {
+    return text.find(startMarker) != std::string_view::npos || text.find(endMarker) != std::string_view::npos;
 }
 
 // Replaces every occurrence, left to right, by a text no longer than it, in place.

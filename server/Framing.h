@@ -20,19 +20,21 @@ std::string frameRequest(std::string_view type, std::string_view version, std::s
 // The wire bytes of any text between the two markers (used by the demo server for its answers).
 std::string frameText(std::string_view text);
 
-// Whether the chunk that starts at chunkStart of the received stream holds a whole end marker.
+// Whether an end marker of the received stream ends in the chunk that starts at chunkStart.
 //
-// The chunk is read on the stream's two-byte grid rather than from its own first byte: when the bytes
-// before it were an odd count, its first byte completes the previous code unit. A code unit or a
-// surrogate pair cut by the chunk's edges is left out, and a broken pair inside the chunk cannot hide
-// the (ASCII) marker, so every chunk "decodes" for this test; the strict decoding of the whole answer
-// is what rejects broken bytes. This way the end of an answer is recognised however the network cut
-// the stream, while a marker split across two chunks is found in neither.
+// The network may cut the stream anywhere, the marker included, so the test looks back into the
+// stream by all of the marker but its last byte. The stream is read on its two-byte grid rather than
+// from the chunk's first byte: when the bytes before it were an odd count, its first byte completes
+// the previous code unit. A broken surrogate pair cannot hide the (ASCII) marker; the strict decoding
+// of the whole answer is what rejects broken bytes.
 bool chunkHoldsEndMarker(std::string_view stream, std::size_t chunkStart);
 
 // The offset, on the two-byte grid and at or after from, of the first end marker of a UTF-16LE
 // stream, or nothing.
 std::optional<std::size_t> findEndMarker(std::string_view stream, std::size_t from = 0);
+
+// Whether the text holds a start or end marker.
+bool holdsMarker(std::string_view text);
 
 // The answer text with every start marker removed, then every end marker, then every
 // encoding="utf-16" rewritten to encoding="utf-8".

@@ -16,6 +16,13 @@ TEST(FramingTest, FindsTheEndMarkerAndUnframesAsTheTableSays) {
             stream += pieces[i].starts_with("raw ") ? pieces[i].substr(4) : utf16::encode(pieces[i]);
         }
         const auto found = framing::findEndMarker(stream);
+        if (word == "cuts") {
+            std::string marks;
+            for (std::size_t cut = 0; cut < stream.size(); ++cut) {
+                marks += framing::chunkHoldsEndMarker(stream, cut) ? 'y' : 'n';
+            }
+            return marks;
+        }
         return word == "unframe" ? framing::unframe(pieces[0])
                : word == "find"
                    ? (found ? std::to_string(*found) : "nothing")
