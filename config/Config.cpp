@@ -3,15 +3,18 @@
 #include "base/Logger.h"
 #include "base/PlatformPaths.h"
 #include "base/TextValues.h"
+#include "config/PlistDepth.h"
 #include "platform/Platform.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <fcntl.h>
 #include <plist/plist.h>
-#include <sstream>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace varnoth {
 
@@ -99,22 +102,54 @@ std::unique_ptr<Config>& sharedInstance() {
 const char* const incorrectFormat =
     "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
 
-bool readWholeFile(const std::filesystem::path& path, std::string& content) {
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) {
-        return false;
+enum class FileProblem { none, unopenable, notRegular, tooLarge };
+
+// Reads the whole configuration file into content. Only a regular file of at most
+// Config::maxFileBytes is read, opened without blocking: a FIFO or a device at the path would
+// otherwise hang or exhaust every start.
+FileProblem readWholeFile(const std::filesystem::path& path, std::string& content) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) {
+        return FileProblem::unopenable;
     }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return false;
+    struct stat status {};
+    FileProblem problem = FileProblem::none;
+    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+        problem = FileProblem::notRegular;
+    } else if (static_cast<std::uintmax_t>(status.st_size) > Config::maxFileBytes) {
+        problem = FileProblem::tooLarge;
+    } else {
+        content.resize(static_cast<std::size_t>(status.st_size));
+        std::size_t done = 0;
+        while (done < content.size()) {
+            const ssize_t count = ::read(file, content.data() + done, content.size() - done);
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            if (count <= 0) {
+                break; // shorter than it was: the rest is gone
+            }
+            done += static_cast<std::size_t>(count);
+        }
+        content.resize(done);
     }
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    if (in.bad()) {
-        return false;
+    ::close(file);
+    return problem;
+}
+
+std::string describe(FileProblem problem, const std::filesystem::path& path) {
+    const std::string name = "The file \u201c" + path.filename().string() + "\u201d";
+    switch (problem) {
+    case FileProblem::unopenable:
+        return name + " couldn\u2019t be opened because you don\u2019t have permission to view it.";
+    case FileProblem::notRegular:
+        return name + " isn\u2019t a regular file.";
+    case FileProblem::tooLarge:
+        return name + " is larger than " + std::to_string(Config::maxFileBytes) + " bytes.";
+    case FileProblem::none:
+        break;
     }
-    content = buffer.str();
-    return true;
+    return {};
 }
 
 } // namespace
@@ -167,22 +202,22 @@ Config::~Config() = default;
 
 void Config::loadPropertyList(const std::filesystem::path& path) {
     std::string content;
-    std::string problem;
-    if (!readWholeFile(path, content)) {
-        problem = "The file \u201c" + path.filename().string() +
-                  "\u201d couldn\u2019t be opened because you don\u2019t have permission to view it.";
-    } else if (content.empty() || content.size() > UINT32_MAX) {
-        problem = incorrectFormat;
-    } else {
+    std::string problem = describe(readWholeFile(path, content), path);
+    if (problem.empty() && !PlistDepth::within(content, maxPlistDepth)) {
+        // libplist's parsers recurse once per level and would end the process.
+        problem = "The property list nests deeper than " + std::to_string(maxPlistDepth) + " levels.";
+    }
+    if (problem.empty() && !content.empty()) {
         plist_t root = nullptr;
         plist_from_memory(content.data(), static_cast<uint32_t>(content.size()), &root);
-        if (root == nullptr || plist_get_node_type(root) != PLIST_DICT) {
-            plist_free(root);
-            problem = incorrectFormat;
-        } else {
+        if (root != nullptr && plist_get_node_type(root) == PLIST_DICT) {
             plistSettings = std::make_unique<PlistDictionary>(root);
             return;
         }
+        plist_free(root);
+    }
+    if (problem.empty()) {
+        problem = incorrectFormat;
     }
     Logger::log("Error reading plist configuration: " + problem);
     std::printf("Error reading plist configuration %s: %s\n", path.c_str(), problem.c_str());
@@ -191,7 +226,12 @@ void Config::loadPropertyList(const std::filesystem::path& path) {
 
 bool Config::loadTextFile(const std::filesystem::path& path) {
     std::string content;
-    if (!readWholeFile(path, content) || !text::isValidUtf8(content)) {
+    const FileProblem problem = readWholeFile(path, content);
+    if (problem == FileProblem::notRegular || problem == FileProblem::tooLarge) {
+        Logger::log("Error reading configuration file: " + describe(problem, path));
+        return true; // said; the defaults hold
+    }
+    if (problem != FileProblem::none || !text::isValidUtf8(content)) {
         return false;
     }
     // Editors on Windows start UTF-8 files with a byte-order mark, which would become part of the first key.

@@ -19,6 +19,9 @@ public:
     };
 
     static constexpr const char* baseName = "Varnoth Brelvane Agent";
+    // A larger configuration file, or a property list nested deeper, is not read (the defaults hold).
+    static constexpr std::size_t maxFileBytes = 1024 * 1024;
+    static constexpr std::size_t maxPlistDepth = 32;
 
     // The process-wide configuration, read from the platform's locations on first use.
     static Config& shared();

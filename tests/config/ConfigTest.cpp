@@ -4,6 +4,7 @@
 #include "tests/support/Golden.h"
 
 #include <sstream>
+#include <sys/stat.h>
 
 namespace varnoth::test {
 namespace {
@@ -11,6 +12,43 @@ namespace {
 class ConfigTest : public AgentTest {
 protected:
     std::filesystem::path userTextPath() const { return userConfigFolder() / "Varnoth Brelvane Agent.txt"; }
+
+    // A dictionary whose one value is an array in an array ... down to a string: depth containers.
+    static std::string nestedPlist(std::size_t depth, bool binary) {
+        if (!binary) {
+            return "<plist><dict><key>k</key>" + repeated("<array>", depth - 1) + "<string>k</string>" +
+                   repeated("</array>", depth - 1) + "</dict></plist>";
+        }
+        // Objects: the dictionary, the string (key and innermost value), the arrays; four-byte
+        // references and offsets.
+        const auto bigEndian = [](std::uint64_t value, int bytes) {
+            std::string out;
+            for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+                out += static_cast<char>((value >> shift) & 0xFF);
+            }
+            return out;
+        };
+        std::vector<std::string> objects{"\xD1" + bigEndian(1, 4) + bigEndian(depth > 1 ? 2 : 1, 4), "\x51k"};
+        for (std::size_t i = 2; i <= depth; ++i) {
+            objects.push_back("\xA1" + bigEndian(i < depth ? i + 1 : 1, 4));
+        }
+        std::string data = "bplist00";
+        std::string offsets;
+        for (const auto& object : objects) {
+            offsets += bigEndian(data.size(), 4);
+            data += object;
+        }
+        const std::size_t table = data.size();
+        return data + offsets + std::string(6, '\0') + "\x04\x04" + bigEndian(objects.size(), 8) +
+               bigEndian(0, 8) + bigEndian(table, 8);
+    }
+    static std::string repeated(const std::string& text, std::size_t count) {
+        std::string out;
+        for (std::size_t i = 0; i < count; ++i) {
+            out += text;
+        }
+        return out;
+    }
 };
 
 // Each case writes one configuration file (after removing the others unless its word starts with "+") and
@@ -27,7 +65,15 @@ TEST_F(ConfigTest, FilesAndTheValuesTheyGive) {
         for (const auto& [kind, path] : paths) {
             word.starts_with("+") || std::filesystem::remove(path);
         }
-        if (word != "none") {
+        if (word == "fifo" || word == "zero") { // in the place of the file the case names
+            word == "fifo" ? void(::mkfifo(paths.at(content).c_str(), 0600))
+                           : std::filesystem::create_symlink("/dev/zero", paths.at(content));
+        } else if (word == "large") {
+            writeFile(userTextPath(),
+                      "SignatureServerAddress=large\n" + std::string(Config::maxFileBytes, '#'));
+        } else if (word.starts_with("nested")) { // a dictionary holding arrays, as deep as the case says
+            writeFile(paths.at("plist"), nestedPlist(std::stoul(content), word == "nested-binary"));
+        } else if (word != "none") {
             writeFile(paths.at(word.substr(word.starts_with("+") ? 1 : 0)), unescaped(content));
         }
         Config::setShared(nullptr);
@@ -50,7 +96,8 @@ TEST_F(ConfigTest, FilesAndTheValuesTheyGive) {
 // The user's file is read whole, past a byte-order mark (as Windows writes) and a long line.
 TEST_F(ConfigTest, ALongUserFileIsReadWhole) {
     writeFile(userTextPath(), "\xEF\xBB\xBFSignatureServerAddress=user\n" +
-                                  std::string(10 * 1024 * 1024, 'x') + "\nSignatureServerPort=6100\n");
+                                  std::string(Config::maxFileBytes - 64, 'x') +
+                                  "\nSignatureServerPort=6100\n");
     EXPECT_EQ(Config::shared().SignatureServerAddress(), "user");
     EXPECT_EQ(Config::shared().SignatureServerPort(), 6100);
 }
