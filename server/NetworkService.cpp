@@ -1,6 +1,7 @@
 #include "server/NetworkService.h"
 
 #include "base/Logger.h"
+#include "base/TextValues.h"
 #include "config/Config.h"
 #include "directory/LDAP.h"
 #include "platform/Platform.h"
@@ -182,9 +183,16 @@ std::unique_ptr<LDAP> NetworkService::openDirectory() {
         return std::make_unique<LDAP>("ldaps://localhost", nullptr, Iconv::CodePage::UTF8);
     }
     const std::string password = config.LDAPPassword();
-    const std::string scheme = server.substr(0, server.find("://"));
-    if (!password.empty() && !passwordWarningGiven_ && scheme.size() == 4 &&
-        std::equal(scheme.begin(), scheme.end(), "ldap", [](char a, char b) { return (a | 0x20) == b; })) {
+    // LDAPServer may list several URLs, blanks or commas between them; the password goes to whichever
+    // answers first, so any ldap:// among them may carry it in clear.
+    bool clearText = false;
+    for (std::size_t start = server.find_first_not_of(" \t,"); start != std::string::npos;) {
+        const std::size_t end = std::min(server.find_first_of(" \t,", start), server.size());
+        const std::string_view url = std::string_view(server).substr(start, end - start);
+        clearText = clearText || text::lowercased(url.substr(0, url.find("://"))) == "ldap";
+        start = server.find_first_not_of(" \t,", end);
+    }
+    if (!password.empty() && !passwordWarningGiven_ && clearText) {
         passwordWarningGiven_ = true;
         Logger::log("Warning: the directory password travels unencrypted over ldap://; use an ldaps:// "
                     "address in LDAPServer to protect it");

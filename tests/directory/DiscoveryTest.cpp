@@ -89,6 +89,9 @@ TEST_F(DiscoveryTest, ConfiguredAccountBindsItsPasswordIsNeverLoggedAndNoDirecto
     EXPECT_EQ(chosenHost(), discoveredHost);
     configure(directory.url(), SlapdServer::bindDN, wrongPassword);
     EXPECT_EQ(chosenHost(), configuredAddress);
+    // In a list the password goes to whichever address answers: here the ldap:// one after the ldaps://.
+    configure("ldaps://127.0.0.1:1, " + directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
+    EXPECT_EQ(chosenHost(), discoveredHost);
     configure(directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
     directory.stop();
     EXPECT_EQ(chosenHost(), configuredAddress);
