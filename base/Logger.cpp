@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utf8proc.h>
 
 namespace varnoth {
 
@@ -21,8 +23,18 @@ std::optional<std::filesystem::path>& storedPath() {
     return path;
 }
 
-// Whether this process has looked at the size of the file at the current path.
-bool rotationChecked = false;
+// The log file for appending, or -1: not through a link at the path, and never blocking on a FIFO
+// someone put there. A character device is accepted for /dev/null, where a configuration check sends
+// its lines.
+int openLogFile(const std::filesystem::path& path, struct stat& status) {
+    const int file =
+        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    if (file >= 0 && (::fstat(file, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)))) {
+        ::close(file);
+        return -1;
+    }
+    return file;
+}
 
 std::string timestamp() {
     const std::time_t now = std::chrono::system_clock::to_time_t(Logger::timeSource());
@@ -32,6 +44,49 @@ std::string timestamp() {
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
     return text;
+}
+
+// What the signature server's frame markers ("##!! DATA BLOCK START !!##" and "... END ...") start
+// with: one in the log would end the deployment log's request early, and what follows could pose as
+// a request of its own.
+constexpr std::string_view framePrefix = "##!! DATA BLOCK";
+
+// The text up to limit bytes, with what could forge a log line or the deployment log escaped: "\x1B"
+// for a C0 control other than tab (and line feed, unless lineFeeds), DEL, a byte that is not UTF-8
+// or the "#" that starts a frame marker, "\u0085" for a C1 control or Unicode's line and paragraph
+// separators, and "\n" for a line feed. taken is how much of the text that used.
+std::string escaped(std::string_view text, bool lineFeeds, std::size_t limit, std::size_t& taken) {
+    const auto hex = [](const char* prefix, std::uint32_t value, int digits) {
+        static constexpr char digit[] = "0123456789ABCDEF";
+        std::string escape = prefix;
+        for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+            escape += digit[(value >> shift) & 0xF];
+        }
+        return escape;
+    };
+    std::string result;
+    result.reserve(std::min(text.size(), limit) + 16);
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    for (taken = 0; taken < text.size();) {
+        utf8proc_int32_t code = 0;
+        const utf8proc_ssize_t length =
+            utf8proc_iterate(bytes + taken, static_cast<utf8proc_ssize_t>(text.size() - taken), &code);
+        const std::size_t step = length > 0 ? static_cast<std::size_t>(length) : 1;
+        const std::string piece = length <= 0    ? hex("\\x", bytes[taken], 2)
+                                  : code == '\n' ? std::string(lineFeeds ? "\\n" : "\n")
+                                  : (code < 0x20 && code != '\t') || code == 0x7F ||
+                                          (code == '#' && text.substr(taken).starts_with(framePrefix))
+                                      ? hex("\\x", static_cast<std::uint32_t>(code), 2)
+                                  : (code >= 0x80 && code <= 0x9F) || code == 0x2028 || code == 0x2029
+                                      ? hex("\\u", static_cast<std::uint32_t>(code), 4)
+                                      : std::string(text.substr(taken, step));
+        if (result.size() + piece.size() > limit) {
+            break;
+        }
+        result += piece;
+        taken += step;
+    }
+    return result;
 }
 
 } // namespace
@@ -45,63 +100,36 @@ const std::filesystem::path& Logger::logFilePath() {
 
 void Logger::setLogFilePath(std::filesystem::path path) {
     storedPath() = std::move(path);
-    rotationChecked = false;
 }
 
 std::string Logger::quoted(std::string_view text) {
-    std::string result;
-    result.reserve(std::min(text.size(), quoteLimit) + 32);
     std::size_t taken = 0;
-    for (; taken < text.size() && result.size() < quoteLimit; ++taken) {
-        const auto byte = static_cast<unsigned char>(text[taken]);
-        if (byte == '\n') {
-            result += "\\n";
-        } else if (byte < 0x20 && byte != '\t') {
-            static constexpr char hex[] = "0123456789ABCDEF";
-            result += "\\x";
-            result += hex[byte >> 4];
-            result += hex[byte & 0xF];
-        } else {
-            result += static_cast<char>(byte);
-        }
-    }
+    std::string result = escaped(text, true, quoteLimit, taken);
     if (taken < text.size()) {
-        // Never end inside a UTF-8 sequence.
-        while (taken > 0 && (static_cast<unsigned char>(text[taken]) & 0xC0) == 0x80) {
-            --taken;
-            result.pop_back();
-        }
         result += "\u2026 (" + std::to_string(text.size()) + " bytes in all)";
     }
     return result;
 }
 
 void Logger::log(const std::string& message) {
-    const std::string line = timestamp() + "  " + message + "\n";
+    // Lines of the agent's own may span several lines; nothing else that is not text gets through.
+    std::size_t taken = 0;
+    const std::string line = timestamp() + "  " + escaped(message, false, SIZE_MAX, taken) + "\n";
     const std::filesystem::path& path = logFilePath();
 
     // The Logs folder is standard on macOS, but an XDG state folder may not exist yet.
     std::error_code ignored;
     std::filesystem::create_directories(path.parent_path(), ignored);
 
-    if (!rotationChecked) {
-        rotationChecked = true;
-        struct stat status {};
-        if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-            static_cast<std::uintmax_t>(status.st_size) > rotateBytes) {
-            ::rename(path.c_str(), (path.string() + ".1").c_str());
-        }
-    }
-
-    // Not through a link at the path, and never blocking on a FIFO someone put there.
-    const int file =
-        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     struct stat status {};
-    // A character device is accepted for /dev/null, where a configuration check sends its lines.
-    if (file < 0 || ::fstat(file, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode))) {
-        if (file >= 0) {
-            ::close(file);
-        }
+    int file = openLogFile(path, status);
+    // Checked at every line, as a tray agent runs for weeks.
+    if (file >= 0 && S_ISREG(status.st_mode) && static_cast<std::uintmax_t>(status.st_size) > rotateBytes) {
+        ::rename(path.c_str(), (path.string() + ".1").c_str());
+        ::close(file);
+        file = openLogFile(path, status);
+    }
+    if (file < 0) {
         std::fputs("logging failed\n", stdout);
         std::fflush(stdout);
         return;

@@ -12,17 +12,18 @@ namespace varnoth {
 // capture on to collect its own lines for the deployment log.
 //
 // The file is the user's own (mode 0600), never written through a symbolic link at its path, and
-// kept from growing without end: the first line a process writes moves a file past rotateBytes to
-// "<name>.1" (one generation kept).
+// kept from growing without end: a line to a file past rotateBytes first moves it to "<name>.1" (one
+// generation kept).
 class Logger {
 public:
     static void log(const std::string& message);
 
     // Text from outside the agent (the server's answer, a directory value, a name from Outlook) as a
-    // log entry quotes it: C0 control characters other than tab escaped ("\n" for a line feed, "\x1B"
-    // for the others), so that it cannot forge a log line or break the deployment log's XML, and cut
-    // after quoteLimit bytes with "… (N bytes in all)", so that one bad answer cannot fill the disk or
-    // the next request.
+    // log entry quotes it: control characters other than tab escaped ("\n" for a line feed, "\x1B" for
+    // the other C0 ones and DEL, "\u0085" for C1 ones and the line and paragraph separators), and bytes
+    // that are not UTF-8 as "\xFF", so that it cannot forge a log line or break the deployment log's
+    // XML, and cut after quoteLimit bytes with "… (N bytes in all)", so that one bad answer cannot fill
+    // the disk or the next request.
     static std::string quoted(std::string_view text);
     static constexpr std::size_t quoteLimit = 16 * 1024;
     static constexpr std::uintmax_t rotateBytes = 10'000'000;

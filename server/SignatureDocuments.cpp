@@ -95,14 +95,25 @@ std::optional<SignatureDescriptor> parseSignatureAnswer(const std::string& text,
         Logger::log("Warning: There are no signatures defined for the user.");
         return SignatureDescriptor::noSettingDescriptor();
     }
-    fields.deployIdentifier = *identifier;
+    // Both go back to the server as they came, in the deployment log's request: a frame marker in
+    // either would end that request early and pose as a request of its own.
+    if (framing::holdsMarker(*identifier)) {
+        Logger::log("Error: the deployment identifier holds a frame marker; it is not sent back");
+        fields.deployIdentifier.clear();
+    } else {
+        fields.deployIdentifier = *identifier;
+    }
 
     // The deployment information goes back to the server as it came, so it is cut from the text.
     constexpr std::string_view openTag = "<DeploymentInformation>";
     constexpr std::string_view closeTag = "</DeploymentInformation>";
     const std::size_t open = text.find(openTag);
     const std::size_t close = text.find(closeTag);
-    if (open != std::string::npos && close != std::string::npos && close >= open) {
+    const bool found = open != std::string::npos && close != std::string::npos && close >= open;
+    if (found && framing::holdsMarker(std::string_view(text).substr(open, close - open))) {
+        Logger::log("Error: <DeploymentInformation> holds a frame marker; it is not sent back");
+        fields.deployInformation.clear();
+    } else if (found) {
         fields.deployInformation = text.substr(open, close + closeTag.size() - open);
     } else {
         Logger::log("Warning: no <DeploymentInformation> found in response");

@@ -15,10 +15,13 @@ class LoggerTest : public AgentTest {};
 
 TEST_F(LoggerTest, EveryLineStartsWithATimestampAndTwoBlanksAndACaptureHoldsThoseWrittenMeanwhile) {
     Logger::log("Starting app engine");
-    Logger::log("\nfirst line of an entry");
+    // An entry of the agent's own may span lines; controls, bytes that are not UTF-8 and frame markers
+    // (which would cut the deployment log's request short) never pass.
+    Logger::log("\nfirst line of an entry \x1B[2J\u0085\xFF ##!! DATA BLOCK END !!##");
     const std::string text = logText();
     const std::regex line(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}  Starting app engine\n)"
-                          R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}  \nfirst line of an entry\n)");
+                          R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}  \nfirst line of an entry )"
+                          R"(\\x1B\[2J\\u0085\\xFF \\x23#!! DATA BLOCK END !!##\n)");
     EXPECT_TRUE(std::regex_match(text, line)) << text;
     // A capture holds exactly the lines written meanwhile.
     const std::size_t offset = text.size();
@@ -47,6 +50,8 @@ TEST_F(LoggerTest, OutsideTextIsEscapedAndCut) {
     for (const auto& [text, quoted] : std::vector<std::pair<std::string, std::string>>{
              {"tab\tstays", "tab\tstays"},
              {std::string("nul\0esc\x1B cr\r lf\n", 16), "nul\\x00esc\\x1B cr\\x0D lf\\n"},
+             {"del\x7F c1\u0085 ls\u2028 ps\u2029 \u00E9 bad\xFF\xC3( surrogate\xED\xA0\x80",
+              "del\\x7F c1\\u0085 ls\\u2028 ps\\u2029 \u00E9 bad\\xFF\\xC3( surrogate\\xED\\xA0\\x80"},
              {std::string(20000, 'a'), std::string(Logger::quoteLimit, 'a') + cut},
              {"\u00E9" + std::string(19998, 'a'), "\u00E9" + std::string(Logger::quoteLimit - 2, 'a') + cut},
              {std::string(Logger::quoteLimit - 1, 'a') + "\u00E9" +
@@ -62,13 +67,13 @@ TEST_F(LoggerTest, TheFileIsTheUsersOwnNeverALinkAndRotatedPastTenMegabytes) {
     ASSERT_EQ(::stat(Logger::logFilePath().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
 
-    // A file past the size is moved aside by the first line of the next process (a new path here).
-    std::filesystem::resize_file(Logger::logFilePath(), Logger::rotateBytes + 1);
-    Logger::log("still the same process");
-    EXPECT_GT(std::filesystem::file_size(Logger::logFilePath()), Logger::rotateBytes + 1);
-    Logger::setLogFilePath(Logger::logFilePath());
-    Logger::log("next start");
-    EXPECT_EQ(logLines(), std::vector<std::string>{"next start"});
+    // A file at the size takes one more line; a file past it is moved aside by the next line, also in the
+    // process that wrote it (a tray agent runs for weeks).
+    std::filesystem::resize_file(Logger::logFilePath(), Logger::rotateBytes);
+    Logger::log("past the size");
+    EXPECT_GT(std::filesystem::file_size(Logger::logFilePath()), Logger::rotateBytes);
+    Logger::log("next line");
+    EXPECT_EQ(logLines(), std::vector<std::string>{"next line"});
     EXPECT_GT(std::filesystem::file_size(Logger::logFilePath().string() + ".1"), Logger::rotateBytes);
 
     // A link at the path is not followed: its target stays untouched.

@@ -112,7 +112,20 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     setEnvironment("TZ", "XXX-2");
     tzset();
     clock.wall = system_clock::from_time_t(1784064600) + 999ms; // 2026-07-14 21:30:00.999 UTC
-    service.submitDeploymentLog(true, "a < b & c > d\n&amp; \"q\" 'a'\n");
+    // Frame markers in an answer (as character references) never reach a request, where they would end
+    // it early and pose as a request of their own: an identifier holding one is not sent back, and the
+    // log, which goes to the server, holds a name with one broken.
+    const std::string marker =
+        "&#35;&#35;!! DATA BLOCK END !!&#35;&#35;&#35;&#35;!! DATA BLOCK START !!&#35;&#35;";
+    service.parseSignatures("<Response><Identifier>" + marker +
+                            "</Identifier><DeploymentData><DefaultSignature>-1</DefaultSignature>"
+                            "<ReplyForwardSignature>-1</ReplyForwardSignature><Templates><Template><Id>1</Id>"
+                            "<Name>" +
+                            marker +
+                            "</Name><HTML>x</HTML></Template></Templates></DeploymentData></Response>");
+    const std::string forgedLines = joinLines(logLines());
+    step("answer with frame markers");
+    service.submitDeploymentLog(true, "a < b & c > d\n&amp; \"q\" 'a'\n" + forgedLines);
     step("deployment log asked");
     queue.runUntilIdle();
     step("deployment log step");
@@ -142,9 +155,11 @@ TEST_F(NetworkServiceTest, QueriesAndDeploymentLogsGoOutAsExactTextsAndTheAnswer
     }
     expectGolden("server/exchange", transcript);
 
-    // An answer in many chunks cut at odd offsets, or arriving late, is read whole.
+    // An answer in many chunks cut at odd offsets, with its end marker cut in two, or arriving late, is
+    // read whole.
     for (const Switches& switches :
-         {Switches{"--chunks", "40", "--chunk-pause", "5"}, Switches{"--delay", "300"}}) {
+         {Switches{"--chunks", "40", "--chunk-pause", "5"},
+          Switches{"--split-end-marker", "--chunk-pause", "200"}, Switches{"--delay", "300"}}) {
         auto other = startServer(switches);
         exchange();
         EXPECT_EQ(result, whole) << switches[0];
@@ -181,8 +196,6 @@ TEST_F(NetworkServiceTest, EachFailedConnectSendReadOrParseEndsTheExchangeWithIt
         {.title = "connect unanswered", .peer = {{"127.0.0.1", listener.port()}}},
         {"peer resets while the query is sent", {"--close-after-accept"}, {}, longEmail},
         {"peer never reads the query", {"--never-answer"}, {}, longEmail},
-        // The second half of the marker only comes after the (shortened) read bound has passed.
-        {"end marker split across chunks", {"--split-end-marker", "--chunk-pause", "3000"}},
         {"no end marker", {"--no-end-marker"}},
         {"not UTF-16", {"--invalid-utf16"}},
         {"only the end marker", {}, "##!! DATA BLOCK END !!##"},

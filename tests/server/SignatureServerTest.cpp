@@ -47,7 +47,9 @@ TEST_F(SignatureServerTest, WhateverAClientSendsGetsAnAnswerOrNoneAndEachLogIsKe
          {std::string(), std::string("x"), std::string("\x00\xD8", 2),
           utf16::encode("##!! DATA BLOCK END !!##"), utf16::encode("<Request Type=\"Other\"/>"),
           utf16::encode("<Request Type=\"GetSignatures\"><EmailAddress>a&b</EmailAddress></Request>"),
-          utf16::encode("<Request Type=\"GetSignatures\"/>"), log, makeDeploymentLogRequest("<unclosed>")}) {
+          utf16::encode("<Request Type=\"GetSignatures\"/>"), log, makeDeploymentLogRequest("<unclosed>"),
+          // Two frames in one request, or a marker inside one, are not stored.
+          log + log, utf16::encode("##!! DATA BLOCK START !!##x") + log}) {
         const auto answer = server.handle(request);
         EXPECT_TRUE(answer.writes.empty() || utf16::decode(joined(answer)));
     }

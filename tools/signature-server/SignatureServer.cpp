@@ -74,7 +74,14 @@ SignatureServer::Reply SignatureServer::handle(std::string_view requestBytes) {
         store(*options_.recordFolder, uniqueName("request", ".bin"), requestBytes);
     }
     const std::optional<std::string> text = utf16::decode(requestBytes);
-    if (!text) {
+    // One frame and nothing around it: a marker inside a request would let a text sent by a client (a
+    // name in a deployment log, say) pose as a request of its own.
+    const auto isOneFrame = [](std::string_view frame) {
+        return frame.starts_with(framing::startMarker) && frame.ends_with(framing::endMarker) &&
+               frame.find(framing::startMarker, 1) == std::string_view::npos &&
+               frame.find(framing::endMarker) == frame.size() - framing::endMarker.size();
+    };
+    if (!text || !isOneFrame(*text)) {
         return {};
     }
     const std::string document = framing::unframe(*text);
