@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/posix/Descriptors.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -24,7 +26,7 @@ public:
     LoopbackListener& operator=(const LoopbackListener&) = delete;
 
     int port() const { return port_; }
-    int accept() const { return ::accept(fd_, nullptr, nullptr); }
+    int accept() const { return Descriptors::accept(fd_); }
     // A loopback port on which nothing listens.
     static int closedPort() { return LoopbackListener().port(); }
 
