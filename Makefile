@@ -8,7 +8,7 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check layers clean
+.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check layers portability clean
 
 all: build
 
@@ -56,6 +56,10 @@ format-check:
 # Every project include points into its own layer or one below, and none forms a loop.
 layers:
 	@python3 scripts/check-layers
+
+# What a Mac builds compiles without glibc's extensions and names no Linux-only call outside platform/linux/.
+portability: bootstrap
+	@python3 scripts/check-portability
 
 clean:
 	@rm -rf $(BUILD) $(ASAN_BUILD)

@@ -33,13 +33,9 @@ void AppDelegate::writeBanner() {
     Logger::log("--------------- " + bundle.name + " Version " + bundle.shortVersion + "." + bundle.version +
                 " ---------------");
     HostInfo& host = Platform::hostInfo();
-#ifdef __APPLE__
-    // The Mac's version string names no system: "Version 14.5 (Build 23F79)".
-    Logger::log("Operating system is macOS " + host.operatingSystemVersion());
-#else
-    // Elsewhere the host's text names the system itself: the distribution and the kernel.
-    Logger::log("Operating system is " + host.operatingSystemVersion());
-#endif
+    // The Mac's version string names no system ("Version 14.5 (Build 23F79)"); elsewhere the text does.
+    const std::string name = host.operatingSystemName();
+    Logger::log("Operating system is " + (name.empty() ? "" : name + " ") + host.operatingSystemVersion());
     Logger::log("The current user is " + host.loginName());
     if (auto computer = host.computerName()) {
         Logger::log("The current computer is " + *computer);

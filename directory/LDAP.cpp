@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <ldap.h>
 #include <sasl/sasl.h>
+#include <sys/time.h>
 #include <utility>
 
 namespace varnoth {

@@ -1,11 +1,11 @@
 #include "server/TCPClient.h"
 
 #include "platform/Termination.h"
+#include "platform/posix/Descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -94,10 +94,15 @@ std::optional<TCPError> TCPClient::connect(std::chrono::milliseconds timeout) {
             last = systemError(ETIMEDOUT);
             break;
         }
-        const int fd = ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                                candidate->ai_protocol);
+        const int fd =
+            Descriptors::openSocket(candidate->ai_family, candidate->ai_socktype, candidate->ai_protocol);
         if (fd < 0) {
             last = systemError(errno);
+            continue;
+        }
+        if (!Descriptors::setNonBlocking(fd)) {
+            last = systemError(errno);
+            ::close(fd);
             continue;
         }
         int code = 0;
@@ -132,7 +137,7 @@ std::optional<TCPError> TCPClient::send(std::string_view data) {
     }
     auto deadline = Clock::now() + sendTimeout;
     while (!data.empty()) {
-        const ssize_t sent = ::send(socket_, data.data(), data.size(), MSG_NOSIGNAL);
+        const ssize_t sent = Descriptors::send(socket_, data.data(), data.size(), 0);
         if (sent > 0) {
             data.remove_prefix(static_cast<std::size_t>(sent));
             deadline = Clock::now() + sendTimeout;

@@ -15,6 +15,7 @@ public:
     static std::unique_ptr<MacHostInfo> Create();
 
     std::string operatingSystemVersion() const override;
+    std::string operatingSystemName() const override { return "macOS"; }
     std::string loginName() const override;
     std::optional<std::string> computerName() const override;
 

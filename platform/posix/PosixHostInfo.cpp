@@ -46,6 +46,14 @@ std::string PosixHostInfo::operatingSystemVersion() const {
 #endif
 }
 
+std::string PosixHostInfo::operatingSystemName() const {
+#ifdef __APPLE__
+    return "macOS";
+#else
+    return {};
+#endif
+}
+
 std::string PosixHostInfo::loginName() const {
     if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_name != nullptr) {
         return entry->pw_name;

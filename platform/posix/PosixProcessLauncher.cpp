@@ -1,12 +1,12 @@
 #include "platform/posix/PosixProcessLauncher.h"
 
 #include "platform/Termination.h"
+#include "platform/posix/Descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <map>
 #include <poll.h>
 #include <spawn.h>
@@ -25,11 +25,7 @@ constexpr int terminationCheckMs = 100;
 
 class Pipe {
 public:
-    Pipe() {
-        if (pipe2(fds_, O_CLOEXEC) != 0) {
-            fds_[0] = fds_[1] = -1;
-        }
-    }
+    Pipe() { Descriptors::openPipe(fds_); }
     ~Pipe() {
         closeRead();
         closeWrite();
@@ -138,7 +134,7 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     output.closeWrite();
     errors.closeWrite();
 
-    fcntl(input.write(), F_SETFL, O_NONBLOCK);
+    Descriptors::setNonBlocking(input.write());
     std::size_t written = 0;
     if (request.input.empty()) {
         input.closeWrite();

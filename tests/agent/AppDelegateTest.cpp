@@ -15,11 +15,7 @@ using namespace std::chrono_literals;
 
 class AppDelegateTest : public AgentTest, public testing::WithParamInterface<std::string> {
 protected:
-#ifdef __APPLE__
     static constexpr const char* system = "is macOS Version 14.5 (Build 23F79)\n";
-#else
-    static constexpr const char* system = "is Version 14.5 (Build 23F79)\n"; // the host's text names it
-#endif
     // The log since the last look, with the test's folder and the host's system made stable.
     std::string look() {
         std::string text = joinLines(logLines());

@@ -153,7 +153,7 @@ TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
                 // Long past the test's bound, so only the client's own limits can end the operation.
                 const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
                 if (peer == "garbage") {
-                    ::send(socket, "\x16\x03\x01\x00\x05garbage\r\n", 15, MSG_NOSIGNAL);
+                    Descriptors::send(socket, "\x16\x03\x01\x00\x05garbage\r\n", 15, 0);
                 }
                 for (char byte; peer != "closing" && std::chrono::steady_clock::now() < until;) {
                     pollfd entry{socket, POLLIN, 0};
@@ -162,7 +162,7 @@ TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
                     }
                     received += entry.revents ? std::string(1, byte) : "";
                     if (peer == "trickling") {
-                        ::send(socket, "\x30", 1, MSG_NOSIGNAL);
+                        Descriptors::send(socket, "\x30", 1, 0);
                     }
                 }
                 ::close(socket);

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "platform/posix/Descriptors.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
@@ -30,7 +31,7 @@ public:
     LoopbackListener& operator=(const LoopbackListener&) = delete;
 
     int port() const { return port_; }
-    int accept() const { return ::accept(fd_, nullptr, nullptr); }
+    int accept() const { return Descriptors::accept(fd_); }
     // A loopback port on which nothing listens.
     static int closedPort() { return LoopbackListener().port(); }
 
@@ -46,7 +47,7 @@ public:
         address.sin_port = htons(static_cast<std::uint16_t>(listener.port()));
         connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address);
         const int peer = listener.accept();
-        fcntl(client, F_SETFL, fcntl(client, F_GETFL) | O_NONBLOCK);
+        Descriptors::setNonBlocking(client);
         const std::string chunk(1 << 16, 'a');
         std::size_t total = 0;
         for (std::size_t before = SIZE_MAX; total != before;) {

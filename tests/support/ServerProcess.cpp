@@ -7,11 +7,14 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
+
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 namespace varnoth::test {
 
@@ -47,7 +50,9 @@ pid_t spawnChild(const std::vector<std::string>& arguments, const std::filesyste
     const std::string outputPath = output.string();
     const pid_t pid = fork();
     if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+#ifdef __linux__
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test program killed outright leaves no server behind
+#endif
         dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         const int out = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         dup2(out, STDOUT_FILENO);

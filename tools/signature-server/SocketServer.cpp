@@ -1,5 +1,6 @@
 #include "tools/signature-server/SocketServer.h"
 
+#include "platform/posix/Descriptors.h"
 #include "server/Framing.h"
 
 #include <atomic>
@@ -20,6 +21,14 @@ namespace {
 
 enum class Wait { ready, timeout, stop };
 
+// The peer's half-close, told apart from bytes to read: a Linux extension. Without it a connection held
+// unread (--never-answer) may last until the server stops.
+#ifdef POLLRDHUP
+constexpr short peerClosed = POLLRDHUP;
+#else
+constexpr short peerClosed = 0;
+#endif
+
 // Waits for the events on the socket, or for the stop signal.
 Wait waitFor(int socket, short events, int stopFd, int milliseconds) {
     for (;;) {
@@ -37,7 +46,7 @@ Wait waitFor(int socket, short events, int stopFd, int milliseconds) {
 
 bool sendAll(int socket, std::string_view bytes, int stopFd) {
     while (!bytes.empty()) {
-        const ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t sent = Descriptors::send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
         if (sent > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(sent));
         } else if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
@@ -77,7 +86,7 @@ SocketServer::SocketServer(SignatureServer& server, const std::string& address, 
     for (const addrinfo* candidate = found; candidate != nullptr && listener_ < 0;
          candidate = candidate->ai_next) {
         const int fd =
-            ::socket(candidate->ai_family, candidate->ai_socktype | SOCK_CLOEXEC, candidate->ai_protocol);
+            Descriptors::openSocket(candidate->ai_family, candidate->ai_socktype, candidate->ai_protocol);
         if (fd < 0) {
             error = std::strerror(errno);
             continue;
@@ -135,7 +144,7 @@ void SocketServer::run(int stopFd) {
         if (wait == Wait::timeout) {
             continue;
         }
-        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int socket = Descriptors::accept(listener_);
         if (socket < 0) {
             continue; // EMFILE, ECONNABORTED and friends: the next client may fare better
         }
@@ -162,7 +171,7 @@ void SocketServer::serve(int socket, int stopFd) {
     }
     if (faults.neverAnswer) {
         // Hold the connection without reading until the client leaves or the server stops.
-        while (waitFor(socket, POLLRDHUP, stopFd, idleSeconds * 1000) == Wait::timeout) {
+        while (waitFor(socket, peerClosed, stopFd, idleSeconds * 1000) == Wait::timeout) {
         }
         return;
     }

@@ -5,11 +5,11 @@
 #include "tools/signature-server/SocketServer.h"
 
 #include "base/TextValues.h"
+#include "platform/posix/Descriptors.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
     }
 
     try {
-        if (::pipe2(stopPipe, O_CLOEXEC) != 0) {
+        if (!varnoth::Descriptors::openPipe(stopPipe)) {
             throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
         }
         struct sigaction action {};
