@@ -1,6 +1,7 @@
 #include "outlook/OutlookHandler.h"
 
 #include "base/Logger.h"
+#include "base/TextValues.h"
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 
@@ -171,6 +172,18 @@ bool OutlookHandler::defaultReplySignatureNeedsUpdate(const std::string& content
     return needsUpdate(replyEmailDesc, content, "Default reply forward email signature needs update: ");
 }
 
+// AppleScript compares texts without regard to case unless told otherwise, so Outlook may well take
+// "default new email signature" for the default too.
+bool OutlookHandler::refusedName(const std::string& name, const char* action) {
+    const std::string lowered = text::lowercased(name);
+    if (lowered != text::lowercased(newSignatureName) && lowered != text::lowercased(replySignatureName)) {
+        return false;
+    }
+    Logger::log("Error: signature '" + Logger::quoted(name) + "' " + action +
+                ": the name is reserved for the agent's default signatures");
+    return true;
+}
+
 bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
     Logger::log("Creating default new email signature");
     auto script = makeScriptObject();
@@ -212,6 +225,9 @@ void OutlookHandler::deleteDefaultReplySignature() {
 }
 
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
+    if (refusedName(name, "not installed")) {
+        return false;
+    }
     Logger::log("Creating signature " + Logger::quoted(name));
     auto script = makeScriptObject();
     if (!script || !script->createSignature(name, content)) {
@@ -223,6 +239,9 @@ bool OutlookHandler::createSignature(const std::string& name, const std::string&
 }
 
 void OutlookHandler::deleteSignature(const std::string& name) {
+    if (refusedName(name, "not deleted")) {
+        return;
+    }
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(name)) {
         Logger::log("Error: cannot delete signature " + Logger::quoted(name));

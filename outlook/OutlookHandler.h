@@ -34,7 +34,9 @@ public:
     // True when Outlook's default differs from the content (or cannot be read) and must be written.
     bool defaultNewSignatureNeedsUpdate(const std::string& content);
     bool defaultReplySignatureNeedsUpdate(const std::string& content);
-    // True when the script received the signature.
+    // True when the script received the signature. A name of the two defaults given to createSignature or
+    // deleteSignature is refused with an "Error: " line: those signatures are the agent's own, whatever a
+    // server's template is called.
     bool createDefaultNewSignature(const std::string& content);
     bool createDefaultReplySignature(const std::string& content);
     void deleteDefaultNewSignature();
@@ -53,6 +55,7 @@ public:
 
 private:
     bool needsUpdate(const std::string& name, const std::string& content, const char* successPrefix);
+    static bool refusedName(const std::string& name, const char* action);
 
     const std::string newEmailDesc = newSignatureName;
     const std::string replyEmailDesc = replySignatureName;
