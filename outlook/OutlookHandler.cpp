@@ -159,7 +159,8 @@ bool OutlookHandler::needsUpdate(const std::string& name, const std::string& con
         Logger::log("Error: cannot get default Outlook signature");
         return true;
     }
-    const bool differs = !canonicallyEqual(*current, content);
+    const bool differs =
+        !SignatureFormMemory::holds(name, *current, content) && !canonicallyEqual(*current, content);
     Logger::log(std::string(successPrefix) + (differs ? "true" : "false"));
     return differs;
 }
@@ -184,7 +185,20 @@ bool OutlookHandler::refusedName(const std::string& name, const char* action) {
     return true;
 }
 
+bool OutlookHandler::refusedContent(const std::string& name, const std::string& content) {
+    if (content.size() <= maxSignatureBytes) {
+        return false;
+    }
+    Logger::log("Error: signature '" + Logger::quoted(name) + "' not installed: its content of " +
+                std::to_string(content.size()) + " bytes exceeds " + std::to_string(maxSignatureBytes) +
+                " bytes");
+    return true;
+}
+
 bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
+    if (refusedContent(newEmailDesc, content)) {
+        return false;
+    }
     Logger::log("Creating default new email signature");
     auto script = makeScriptObject();
     if (!script || !script->createSignature(newEmailDesc, content)) {
@@ -196,6 +210,9 @@ bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
 }
 
 bool OutlookHandler::createDefaultReplySignature(const std::string& content) {
+    if (refusedContent(replyEmailDesc, content)) {
+        return false;
+    }
     Logger::log("Creating default reply forward signature");
     auto script = makeScriptObject();
     if (!script || !script->createSignature(replyEmailDesc, content)) {
@@ -225,7 +242,7 @@ void OutlookHandler::deleteDefaultReplySignature() {
 }
 
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
-    if (refusedName(name, "not installed")) {
+    if (refusedName(name, "not installed") || refusedContent(name, content)) {
         return false;
     }
     Logger::log("Creating signature " + Logger::quoted(name));

@@ -55,7 +55,7 @@ SignatureAction actionFor(const std::string& id, const char* what) {
     return SignatureAction::change;
 }
 
-constexpr std::size_t maxTemplates = 10000;
+constexpr std::size_t maxTemplates = 500;
 
 std::string parseErrorDescription(const pugi::xml_parse_result& result) {
     return std::string(result.description()) + " at offset " + std::to_string(result.offset);
