@@ -1,6 +1,7 @@
 #include "outlook/OutlookHandler.h"
 
 #include "base/Logger.h"
+#include "base/TextValues.h"
 #include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 
@@ -158,7 +159,8 @@ bool OutlookHandler::needsUpdate(const std::string& name, const std::string& con
         Logger::log("Error: cannot get default Outlook signature");
         return true;
     }
-    const bool differs = !canonicallyEqual(*current, content);
+    const bool differs =
+        !SignatureFormMemory::holds(name, *current, content) && !canonicallyEqual(*current, content);
     Logger::log(std::string(successPrefix) + (differs ? "true" : "false"));
     return differs;
 }
@@ -171,7 +173,32 @@ bool OutlookHandler::defaultReplySignatureNeedsUpdate(const std::string& content
     return needsUpdate(replyEmailDesc, content, "Default reply forward email signature needs update: ");
 }
 
+// AppleScript compares texts without regard to case unless told otherwise, so Outlook may well take
+// "default new email signature" for the default too.
+bool OutlookHandler::refusedName(const std::string& name, const char* action) {
+    const std::string lowered = text::lowercased(name);
+    if (lowered != text::lowercased(newSignatureName) && lowered != text::lowercased(replySignatureName)) {
+        return false;
+    }
+    Logger::log("Error: signature '" + Logger::quoted(name) + "' " + action +
+                ": the name is reserved for the agent's default signatures");
+    return true;
+}
+
+bool OutlookHandler::refusedContent(const std::string& name, const std::string& content) {
+    if (content.size() <= maxSignatureBytes) {
+        return false;
+    }
+    Logger::log("Error: signature '" + Logger::quoted(name) + "' not installed: its content of " +
+                std::to_string(content.size()) + " bytes exceeds " + std::to_string(maxSignatureBytes) +
+                " bytes");
+    return true;
+}
+
 bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
+    if (refusedContent(newEmailDesc, content)) {
+        return false;
+    }
     Logger::log("Creating default new email signature");
     auto script = makeScriptObject();
     if (!script || !script->createSignature(newEmailDesc, content)) {
@@ -183,6 +210,9 @@ bool OutlookHandler::createDefaultNewSignature(const std::string& content) {
 }
 
 bool OutlookHandler::createDefaultReplySignature(const std::string& content) {
+    if (refusedContent(replyEmailDesc, content)) {
+        return false;
+    }
     Logger::log("Creating default reply forward signature");
     auto script = makeScriptObject();
     if (!script || !script->createSignature(replyEmailDesc, content)) {
@@ -212,6 +242,9 @@ void OutlookHandler::deleteDefaultReplySignature() {
 }
 
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
+    if (refusedName(name, "not installed") || refusedContent(name, content)) {
+        return false;
+    }
     Logger::log("Creating signature " + Logger::quoted(name));
     auto script = makeScriptObject();
     if (!script || !script->createSignature(name, content)) {
@@ -223,6 +256,9 @@ bool OutlookHandler::createSignature(const std::string& name, const std::string&
 }
 
 void OutlookHandler::deleteSignature(const std::string& name) {
+    if (refusedName(name, "not deleted")) {
+        return;
+    }
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(name)) {
         Logger::log("Error: cannot delete signature " + Logger::quoted(name));

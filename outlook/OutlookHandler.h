@@ -16,6 +16,8 @@ class OutlookHandler {
 public:
     static constexpr const char* newSignatureName = AppleScriptProtocol::defaultNewSignatureName;
     static constexpr const char* replySignatureName = AppleScriptProtocol::defaultReplySignatureName;
+    // The most a signature's content may hold, in bytes of UTF-8; Outlook is given nothing larger.
+    static constexpr std::size_t maxSignatureBytes = 1 << 20;
 
     // Outlook's default account as the first successful getDefaultAccount of the process returned it.
     // Never refreshed afterwards: a changed default account is seen after a restart. Tests reset it.
@@ -27,14 +29,16 @@ public:
     std::optional<std::string> getVersion();
     std::optional<std::string> getDefaultAccount();
 
-    // A fresh script object for one operation, which reads Outlook's own form of a default signature it
-    // created as the created content (SignatureFormMemory); nothing when the script class cannot be found.
+    // A fresh script object for one operation, which remembers Outlook's own form of a default signature
+    // it creates (SignatureFormMemory); nothing when the script class cannot be found.
     std::optional<AppleScriptProtocol> makeScriptObject();
 
     // True when Outlook's default differs from the content (or cannot be read) and must be written.
     bool defaultNewSignatureNeedsUpdate(const std::string& content);
     bool defaultReplySignatureNeedsUpdate(const std::string& content);
-    // True when the script received the signature.
+    // True when the script received the signature. Content above maxSignatureBytes is refused with an
+    // "Error: " line, as is a name of the two defaults given to createSignature or deleteSignature: those
+    // signatures are the agent's own, whatever a server's template is called.
     bool createDefaultNewSignature(const std::string& content);
     bool createDefaultReplySignature(const std::string& content);
     void deleteDefaultNewSignature();
@@ -53,6 +57,8 @@ public:
 
 private:
     bool needsUpdate(const std::string& name, const std::string& content, const char* successPrefix);
+    static bool refusedName(const std::string& name, const char* action);
+    static bool refusedContent(const std::string& name, const std::string& content);
 
     const std::string newEmailDesc = newSignatureName;
     const std::string replyEmailDesc = replySignatureName;

@@ -68,6 +68,12 @@ void compress(std::array<std::uint32_t, 8>& state, const unsigned char* block) {
     }
 }
 
+// What is remembered of a created default: the lengths and digests of the content and of Outlook's form.
+std::vector<std::string> memoryOf(const std::string& content, const std::string& form) {
+    return {std::to_string(content.size()), SignatureFormMemory::digest(content), std::to_string(form.size()),
+            SignatureFormMemory::digest(form)};
+}
+
 } // namespace
 
 std::string SignatureFormMemory::key(const std::string& signatureName) {
@@ -109,15 +115,9 @@ SignatureFormMemory::SignatureFormMemory(std::unique_ptr<ScriptObject> object) :
 
 ScriptReply SignatureFormMemory::send(std::string_view selector, const std::vector<std::string>& arguments) {
     ScriptReply reply = object_->send(selector, arguments);
-    if (!reply.delivered || arguments.empty() || !isDefaultSignature(arguments[0])) {
-        return reply;
-    }
-    if (selector == Selector::createSignature && arguments.size() == 2) {
+    if (reply.delivered && selector == Selector::createSignature && arguments.size() == 2 &&
+        isDefaultSignature(arguments[0])) {
         remember(arguments[0], arguments[1]);
-    } else if (selector == Selector::getSignature && reply.text) {
-        if (auto content = createdContent(arguments[0], *reply.text)) {
-            reply.text = std::move(content);
-        }
     }
     return reply;
 }
@@ -129,22 +129,31 @@ void SignatureFormMemory::remember(const std::string& name, const std::string& c
         const ScriptReply form = object_->send(Selector::getSignature, {name});
         // An empty form is a signature Outlook did not keep; it must keep counting as missing.
         if (form.delivered && form.text && !form.text->empty()) {
-            Platform::userDefaults().setStringArray(key(name), {content, digest(*form.text)});
+            Platform::userDefaults().setStringArray(key(name), memoryOf(content, *form.text));
         }
     } catch (const std::exception&) {
     }
 }
 
-std::optional<std::string> SignatureFormMemory::createdContent(const std::string& name,
-                                                               const std::string& form) const {
+bool SignatureFormMemory::holds(const std::string& name, const std::string& form,
+                                const std::string& content) {
     try {
         const auto memory = Platform::userDefaults().stringArray(key(name));
-        if (memory && memory->size() == 2 && (*memory)[1] == digest(form)) {
-            return (*memory)[0];
+        // The lengths first: a text of another length needs no digest.
+        if (memory && memory->size() == 4) {
+            return (*memory)[0] == std::to_string(content.size()) &&
+                   (*memory)[2] == std::to_string(form.size()) && (*memory)[3] == digest(form) &&
+                   (*memory)[1] == digest(content);
+        }
+        // Earlier versions kept the created content itself and the form's digest. Read as it stands, and
+        // once it matches kept in the bounded form, so a preferences file they filled shrinks again.
+        if (memory && memory->size() == 2 && (*memory)[0] == content && (*memory)[1] == digest(form)) {
+            Platform::userDefaults().setStringArray(key(name), memoryOf(content, form));
+            return true;
         }
     } catch (const std::exception&) {
     }
-    return std::nullopt;
+    return false;
 }
 
 } // namespace varnoth

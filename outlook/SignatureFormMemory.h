@@ -3,7 +3,6 @@
 #include "platform/ScriptHost.h"
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,18 +12,22 @@ namespace varnoth {
 // Outlook for Mac keeps a signature in its own HTML (it may wrap the text in a document and change line
 // breaks and quotes), so getSignature: does not give back what createSignature:content: was given and
 // every update would find both defaults changed. Wrapped around the script object of any script host,
-// this remembers, per default signature and in the user defaults, the created content and a digest of
-// the form Outlook returned when read back right after the creation; while getSignature: returns exactly
-// that form, it answers with the created content. Any other form (a user's edit in Outlook) passes
-// unchanged, so it is still put right; an Outlook that keeps the text as given behaves as without it.
-// Only the two default signatures are remembered: they are the only ones an update compares.
+// this remembers, per default signature and in the user defaults, the length and SHA-256 digest of the
+// created content and of the form Outlook returned when read back right after the creation: only those,
+// as a signature may be large and the user defaults are read whole at every start. While Outlook returns
+// exactly that form and the server's content is the one created, the default holds that content; any
+// other form (a user's edit in Outlook) or content (a changed template) is compared as it is, so it is
+// still put right. Only the two default signatures are remembered: they are the only ones an update
+// compares.
 class SignatureFormMemory final : public ScriptObject {
 public:
-    // The user-defaults key of a default signature's memory: an array of the created content and the
-    // digest of Outlook's form of it.
+    // The user-defaults key of a default signature's memory: an array of the created content's length
+    // and digest, then the length and digest of Outlook's form of it (lengths as decimal text).
     static std::string key(const std::string& signatureName);
     // SHA-256 of the text, as 64 lower-case hexadecimal digits.
     static std::string digest(std::string_view text);
+    // Whether Outlook's form of the named default is the one it returned when content was created.
+    static bool holds(const std::string& name, const std::string& form, const std::string& content);
 
     explicit SignatureFormMemory(std::unique_ptr<ScriptObject> object);
 
@@ -32,7 +35,6 @@ public:
 
 private:
     void remember(const std::string& name, const std::string& content);
-    std::optional<std::string> createdContent(const std::string& name, const std::string& form) const;
 
     std::unique_ptr<ScriptObject> object_;
 };

@@ -3,6 +3,7 @@
 #include "base/Logger.h"
 #include "base/TextValues.h"
 #include "server/Framing.h"
+#include "server/Utf16.h"
 
 #include <algorithm>
 #include <ctime>
@@ -13,7 +14,9 @@ namespace varnoth {
 
 namespace {
 
-// All direct character data of the element; none when there is no element or no character data.
+// All direct character data of the element; none when there is no element or no character data. A
+// character reference to a surrogate or beyond U+10FFFF becomes U+FFFD: Outlook would keep such a text in
+// another form, so a default holding it would never compare equal, nor a signature so named be deleted.
 std::optional<std::string> textOf(const pugi::xml_node& element) {
     if (!element) {
         return std::nullopt;
@@ -27,7 +30,7 @@ std::optional<std::string> textOf(const pugi::xml_node& element) {
     if (text.empty()) {
         return std::nullopt;
     }
-    return text;
+    return utf16::wellFormed(std::move(text));
 }
 
 // The first element reached by following the names one at a time from the document.
@@ -52,7 +55,7 @@ SignatureAction actionFor(const std::string& id, const char* what) {
     return SignatureAction::change;
 }
 
-constexpr std::size_t maxTemplates = 10000;
+constexpr std::size_t maxTemplates = 500;
 
 std::string parseErrorDescription(const pugi::xml_parse_result& result) {
     return std::string(result.description()) + " at offset " + std::to_string(result.offset);

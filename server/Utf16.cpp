@@ -15,13 +15,20 @@ void appendUnit(std::string& out, std::uint16_t unit) {
     out.push_back(static_cast<char>(unit >> 8));
 }
 
-// One code point from UTF-8 at position i; invalid sequences yield U+FFFD and consume one byte.
-char32_t nextCodePoint(std::string_view text, std::size_t& i) {
+// The UTF-8 sequence at position i: how many bytes it spans and whether it is a Unicode scalar value.
+// A lead byte with the continuation bytes it calls for is one sequence even when its value is a
+// surrogate, beyond U+10FFFF or overlong; any other byte is a sequence of its own.
+struct Sequence {
+    std::size_t length;
+    char32_t value;
+    bool valid;
+};
+
+Sequence sequenceAt(std::string_view text, std::size_t i) {
     const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
     const unsigned char lead = byte(i);
     if (lead < 0x80) {
-        ++i;
-        return lead;
+        return {1, lead, true};
     }
     std::size_t length = 0;
     char32_t value = 0;
@@ -30,29 +37,35 @@ char32_t nextCodePoint(std::string_view text, std::size_t& i) {
         length = 2, value = lead & 0x1F, minimum = 0x80;
     } else if ((lead & 0xF0) == 0xE0) {
         length = 3, value = lead & 0x0F, minimum = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
+    } else if (lead >= 0xF0) {
+        // F8 to FF start no UTF-8, but an XML parser writes a reference beyond U+1FFFFF with them.
         length = 4, value = lead & 0x07, minimum = 0x10000;
     } else {
-        ++i;
-        return replacement;
+        return {1, replacement, false};
     }
     if (i + length > text.size()) {
-        ++i;
-        return replacement;
+        return {1, replacement, false};
     }
     for (std::size_t k = 1; k < length; ++k) {
         if ((byte(i + k) & 0xC0) != 0x80) {
-            ++i;
-            return replacement;
+            return {1, replacement, false};
         }
         value = (value << 6) | (byte(i + k) & 0x3F);
     }
-    if (value < minimum || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+    const bool valid =
+        lead < 0xF8 && value >= minimum && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
+    return {length, value, valid};
+}
+
+// One code point from UTF-8 at position i; invalid sequences yield U+FFFD and consume one byte.
+char32_t nextCodePoint(std::string_view text, std::size_t& i) {
+    const Sequence sequence = sequenceAt(text, i);
+    if (!sequence.valid) {
         ++i;
         return replacement;
     }
-    i += length;
-    return value;
+    i += sequence.length;
+    return sequence.value;
 }
 
 std::uint16_t unitAt(const unsigned char* data, std::size_t index) {
@@ -95,6 +108,31 @@ std::string encodeAscii(std::string_view ascii) {
     std::string out(ascii.size() * 2, '\0');
     for (std::size_t i = 0; i < ascii.size(); ++i) {
         out[2 * i] = ascii[i];
+    }
+    return out;
+}
+
+std::string wellFormed(std::string utf8) {
+    std::size_t i = 0;
+    while (i < utf8.size()) {
+        const Sequence sequence = sequenceAt(utf8, i);
+        if (!sequence.valid) {
+            break;
+        }
+        i += sequence.length;
+    }
+    if (i == utf8.size()) {
+        return utf8;
+    }
+    std::string out = utf8.substr(0, i);
+    while (i < utf8.size()) {
+        const Sequence sequence = sequenceAt(utf8, i);
+        if (sequence.valid) {
+            out.append(utf8, i, sequence.length);
+        } else {
+            out += "\xEF\xBF\xBD";
+        }
+        i += sequence.length;
     }
     return out;
 }

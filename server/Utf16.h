@@ -18,6 +18,11 @@ std::string encode(std::string_view utf8);
 
 std::optional<std::string> decode(std::string_view bytes);
 
+// The UTF-8 text with each sequence that is no Unicode scalar value replaced with one U+FFFD: a surrogate,
+// an overlong form or a value beyond U+10FFFF written as a lead byte and its continuation bytes (as an XML
+// parser writes a character reference to one) is one sequence, any other stray byte one of its own.
+std::string wellFormed(std::string utf8);
+
 // The UTF-16LE bytes of a pure ASCII text (markers and other fixed texts).
 std::string encodeAscii(std::string_view ascii);
 

@@ -121,13 +121,18 @@ TEST_F(OutlookHandlerTest, OutlooksOwnFormOfACreatedDefaultReadsAsTheCreatedCont
     };
     OutlookHandler handler;
     EXPECT_TRUE(handler.createDefaultReplySignature("<p>A</p>") &&
-                handler.createSignature("Other", "<p>A</p>"));
-    EXPECT_EQ(defaults.stringArray("outlookSignatureForm." + replyName),
-              (std::vector<std::string>{"<p>A</p>", SignatureFormMemory::digest("<html><p>A</p></html>")}));
+                handler.createSignature("Other", std::string(OutlookHandler::maxSignatureBytes, 'x')));
+    const auto sha256 = SignatureFormMemory::digest;
+    const std::vector<std::string> memory{"8", sha256("<p>A</p>"), "21", sha256("<html><p>A</p></html>")};
+    EXPECT_EQ(defaults.stringArray("outlookSignatureForm." + replyName), memory); // never the content
     EXPECT_FALSE(defaults.contains("outlookSignatureForm.Other")); // only the compared defaults
     EXPECT_FALSE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>B</p>")); // changed on the server
-    script.signatures[replyName] = "<html><p>A</p> edited</html>";     // changed in Outlook
+    // An earlier version's memory (the content itself) still reads, and is then kept as digests.
+    defaults.setStringArray("outlookSignatureForm." + replyName, {"<p>A</p>", memory[3]});
+    EXPECT_FALSE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
+    EXPECT_EQ(defaults.stringArray("outlookSignatureForm." + replyName), memory);
+    script.signatures[replyName] = "<html><p>A</p> edited</html>"; // changed in Outlook
     EXPECT_TRUE(handler.defaultReplySignatureNeedsUpdate("<p>A</p>"));
     // The digest is SHA-256 (one, two and many blocks), so what one version stored the next still knows.
     for (const auto& [text, digest] : std::vector<std::pair<std::string, std::string>>{

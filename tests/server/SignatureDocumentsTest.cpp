@@ -42,7 +42,7 @@ TEST_F(SignatureDocumentsTest, NamesAreQuotedAndARunawayTemplateListIsCut) {
         return "<Template><Name>" + name + "</Name><HTML>x</HTML></Template>";
     };
     std::string templates = item("Evil\n2024-01-01 00:00:00  Forged\x1B");
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 500; ++i) {
         templates += item("t" + std::to_string(i));
     }
     const auto descriptor =
@@ -51,13 +51,12 @@ TEST_F(SignatureDocumentsTest, NamesAreQuotedAndARunawayTemplateListIsCut) {
                                 "</ReplyForwardSignature><Templates>" +
                                 templates + "</Templates></DeploymentData></Response>");
     ASSERT_TRUE(descriptor);
-    EXPECT_EQ(descriptor->additionalSignatures.size(), 10000u); // the first 10,000 of 10,001
+    EXPECT_EQ(descriptor->additionalSignatures.size(), 500u); // the first 500 of 501
     const auto lines = logLines();
     EXPECT_EQ(std::ranges::count(lines, "Found signature: Evil\\n2024-01-01 00:00:00  Forged\\x1B"), 1);
-    EXPECT_EQ(
-        std::ranges::count(
-            lines, "Error: response from server holds more than 10000 templates; the others are ignored"),
-        1);
+    EXPECT_EQ(std::ranges::count(
+                  lines, "Error: response from server holds more than 500 templates; the others are ignored"),
+              1);
 }
 
 TEST(SignaturesRequestTest, PutsTheAddressInUnchanged) {

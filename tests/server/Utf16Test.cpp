@@ -7,7 +7,7 @@
 namespace varnoth::test {
 namespace {
 
-// Each case is "encode" or "decode" and the bytes in hex, answered with the bytes that came out.
+// Each case is "encode", "decode" or "wellformed" and bytes in hex, answered with the bytes that came out.
 TEST(Utf16Test, EncodesAndDecodesAsTheTableSays) {
     expectTranscript("server/utf16", [](const std::string& way, const std::string& hex) {
         std::istringstream fields(hex);
@@ -15,7 +15,9 @@ TEST(Utf16Test, EncodesAndDecodesAsTheTableSays) {
         for (unsigned value; fields >> std::hex >> value;) {
             bytes.push_back(static_cast<char>(value));
         }
-        const auto out = way == "encode" ? utf16::encode(bytes) : utf16::decode(bytes);
+        const auto out = way == "decode"   ? utf16::decode(bytes)
+                         : way == "encode" ? utf16::encode(bytes)
+                                           : utf16::wellFormed(bytes);
         for (const unsigned char byte : out.value_or("")) {
             text += std::string(text.empty() ? "" : " ") + "0123456789abcdef"[byte >> 4] +
                     "0123456789abcdef"[byte & 15];
