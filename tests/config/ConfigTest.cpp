@@ -93,11 +93,14 @@ TEST_F(ConfigTest, FilesAndTheValuesTheyGive) {
     });
 }
 
-// The user's file is read whole, past a byte-order mark (as Windows writes) and a long line.
+// The user's file is read whole, past a byte-order mark (as Windows writes) and a long line, up to
+// exactly the largest size read.
 TEST_F(ConfigTest, ALongUserFileIsReadWhole) {
-    writeFile(userTextPath(), "\xEF\xBB\xBFSignatureServerAddress=user\n" +
-                                  std::string(Config::maxFileBytes - 64, 'x') +
-                                  "\nSignatureServerPort=6100\n");
+    const std::string head = "\xEF\xBB\xBFSignatureServerAddress=user\n",
+                      tail = "\nSignatureServerPort=6100\n";
+    writeFile(userTextPath(),
+              head + std::string(Config::maxFileBytes - head.size() - tail.size(), 'x') + tail);
+    ASSERT_EQ(std::filesystem::file_size(userTextPath()), Config::maxFileBytes);
     EXPECT_EQ(Config::shared().SignatureServerAddress(), "user");
     EXPECT_EQ(Config::shared().SignatureServerPort(), 6100);
 }
