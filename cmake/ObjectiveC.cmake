@@ -5,6 +5,9 @@
 set(VARNOTH_GNUSTEP OFF)
 if(APPLE)
   enable_language(OBJC OBJCXX)
+  # Objective-C objects are owned by hand everywhere (retain, release, autorelease pools), as GCC's
+  # Objective-C for the GNUstep tests knows only that; Clang must not turn ARC on.
+  add_compile_options("$<$<COMPILE_LANGUAGE:OBJC,OBJCXX>:-fno-objc-arc>")
 elseif(VARNOTH_BUILD_TESTS AND NOT VARNOTH_BUILD_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   find_program(GNUSTEP_CONFIG gnustep-config)
   if(GNUSTEP_CONFIG)

@@ -10,6 +10,7 @@
 #include "platform/mac/AppleScriptObjCHost.h"
 #endif
 
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 
@@ -23,8 +24,12 @@ Platform::Ports& current() {
 }
 
 // The one place that decides how the bundle's Outlook script runs: in-process through AppleScriptObjC on
-// macOS; elsewhere as a program, the resource that hands each message to the Outlook stand-in.
+// macOS; elsewhere, or when the stand-in is asked for, as a program that hands each message to the
+// Outlook stand-in.
 std::unique_ptr<ScriptHost> nativeScriptHost() {
+    if (const auto folder = Platform::standInScripts()) {
+        return std::make_unique<ProcessScriptHost>(ProcessScriptHost::defaultTimeLimit, *folder);
+    }
 #ifdef __APPLE__
     if (auto host = AppleScriptObjCHost::Create()) {
         return host;
@@ -110,6 +115,14 @@ ScriptHost& Platform::scriptHost() {
     // Without a bundle (no resources folder, no main bundle) it finds no script.
     static const std::unique_ptr<ScriptHost> fallback = nativeScriptHost();
     return current().scriptHost != nullptr ? *current().scriptHost : *fallback;
+}
+
+std::optional<std::filesystem::path> Platform::standInScripts() {
+    const char* folder = std::getenv("VARNOTH_STANDIN_SCRIPTS");
+    if (folder == nullptr || *folder == '\0') {
+        return std::nullopt;
+    }
+    return std::filesystem::path(folder);
 }
 
 LoginItem* Platform::loginItem() {

@@ -12,6 +12,9 @@
 #include "platform/UserDefaults.h"
 #include "platform/Workspace.h"
 
+#include <filesystem>
+#include <optional>
+
 namespace varnoth {
 
 class ScriptHost;
@@ -53,6 +56,10 @@ public:
     static ProcessLauncher& processLauncher();
     static Application& application();
     static ScriptHost& scriptHost();
+    // The folder named by VARNOTH_STANDIN_SCRIPTS: its programs then play the bundle's script classes
+    // (Outlook played by the stand-in) in place of the compiled scripts, and no accessibility grant is
+    // awaited. A Mac's automated tests set it, so that none drives a real Outlook or waits on a prompt.
+    static std::optional<std::filesystem::path> standInScripts();
     static LoginItem* loginItem(); // none where the platform offers no login items
     static const BundleInfo& bundle();
 };

@@ -1,5 +1,6 @@
 #include "platform/mac/AppleScriptObjCHost.h"
 
+#include "base/Logger.h"
 #include "platform/mac/AutoreleasePool.h"
 #include "platform/mac/FoundationText.h"
 #import "platform/mac/ObjCMessage.h"
@@ -78,22 +79,40 @@ AppleScriptObjCHost::~AppleScriptObjCHost() {
 }
 
 void AppleScriptObjCHost::loadScripts() {
+    if (loaded_) {
+        return;
+    }
+    loaded_ = true;
     AutoreleasePool pool;
+    NSBundle* bundle = static_cast<NSBundle*>(bundle_);
     id result = nil;
     NSString* failure = nil;
-    // A script that cannot be loaded leaves its class undefined, and every operation fails on its own.
-    VarnothSendObjCMessage(static_cast<NSBundle*>(bundle_), @selector(loadAppleScriptObjectiveCScripts),
-                           [NSArray array], &result, &failure);
+    // A script that cannot be loaded leaves its class undefined, and every operation fails on its own;
+    // the line says why once, where an administrator looks first.
+    if (!VarnothSendObjCMessage(bundle, @selector(loadAppleScriptObjectiveCScripts), [NSArray array], &result,
+                                &failure)) {
+        Logger::log("Error: cannot load the scripts of " + utf8([bundle bundlePath]) + ": " + utf8(failure));
+    } else if ([[bundle pathsForResourcesOfType:@"scpt" inDirectory:nil] count] == 0) {
+        Logger::log("Error: cannot load the scripts of " + utf8([bundle bundlePath]) +
+                    ": it holds no compiled script");
+    }
 }
 
 std::unique_ptr<ScriptObject> AppleScriptObjCHost::makeObject(std::string_view className) {
+    loadScripts();
     AutoreleasePool pool;
     NSString* name = makeString(className);
     Class scriptClass = name != nil && !className.empty() ? NSClassFromString(name) : Nil;
     if (scriptClass == Nil) {
         return nullptr;
     }
-    id object = [scriptClass alloc];
+    // alloc runs the script's class code, which may raise like any handler.
+    id object = nil;
+    NSString* failure = nil;
+    if (!VarnothSendObjCMessage(scriptClass, @selector(alloc), [NSArray array], &object, &failure)) {
+        Logger::log("Error: cannot make a " + std::string(className) + ": " + utf8(failure));
+        return nullptr;
+    }
     if (object == nil) {
         return nullptr;
     }

@@ -7,7 +7,7 @@
 namespace varnoth {
 
 // Host facts as Foundation reports them: the system's own version string (as in "Version 14.5 (Build
-// 23F79)"), the login name and the computer's localized name (the one set in System Settings).
+// 23F79)"), the login name and the computer's name (the one set in System Settings).
 // Holds nothing; callable from any thread.
 class MacHostInfo final : public HostInfo {
 public:

@@ -3,6 +3,12 @@
 #include "platform/mac/AutoreleasePool.h"
 #include "platform/mac/FoundationText.h"
 
+#ifdef __APPLE__
+#import <SystemConfiguration/SystemConfiguration.h>
+#else
+#import "platform/mac/gnustep/AppleOnlyShim.h"
+#endif
+
 namespace varnoth {
 
 namespace {
@@ -37,7 +43,13 @@ std::string MacHostInfo::loginName() const {
 
 std::optional<std::string> MacHostInfo::computerName() const {
     AutoreleasePool pool;
-    return text([[NSHost currentHost] localizedName]);
+    // The system configuration holds the name set in System Settings; NSHost would ask DNS for it and can
+    // hold up the start on a network that does not answer.
+    CFStringRef name = SCDynamicStoreCopyComputerName(nullptr, nullptr);
+    if (name == nullptr) {
+        return std::nullopt;
+    }
+    return text([(NSString*)name autorelease]);
 }
 
 } // namespace varnoth

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/mac/ManualReferenceCounting.h"
+
 #import <Foundation/Foundation.h>
 
 #ifdef __cplusplus

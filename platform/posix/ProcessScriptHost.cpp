@@ -68,10 +68,11 @@ private:
 
 } // namespace
 
-ProcessScriptHost::ProcessScriptHost(std::chrono::milliseconds timeLimit) : timeLimit_(timeLimit) {}
+ProcessScriptHost::ProcessScriptHost(std::chrono::milliseconds timeLimit, std::filesystem::path scriptsFolder)
+    : timeLimit_(timeLimit), givenFolder_(std::move(scriptsFolder)) {}
 
 void ProcessScriptHost::loadScripts() {
-    scriptsFolder_ = Platform::bundle().resourcesFolder;
+    scriptsFolder_ = givenFolder_.empty() ? Platform::bundle().resourcesFolder : givenFolder_;
     loaded_ = true;
 }
 

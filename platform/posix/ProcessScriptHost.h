@@ -17,9 +17,11 @@ public:
     // Long enough for Outlook to wait on an automation or accessibility prompt the user has to answer.
     static constexpr std::chrono::milliseconds defaultTimeLimit = std::chrono::minutes(3);
 
-    explicit ProcessScriptHost(std::chrono::milliseconds timeLimit = defaultTimeLimit);
+    // Without a folder the scripts are the bundle's resources.
+    explicit ProcessScriptHost(std::chrono::milliseconds timeLimit = defaultTimeLimit,
+                               std::filesystem::path scriptsFolder = {});
 
-    // Takes the script folder from the bundle's resources as they are now.
+    // Takes the script folder from the bundle's resources as they are now, unless one was given.
     void loadScripts() override;
     // Nothing when the folder holds no executable resource of that name.
     std::unique_ptr<ScriptObject> makeObject(std::string_view className) override;
@@ -28,6 +30,7 @@ public:
 
 private:
     std::chrono::milliseconds timeLimit_;
+    std::filesystem::path givenFolder_;
     std::filesystem::path scriptsFolder_;
     bool loaded_ = false;
 };

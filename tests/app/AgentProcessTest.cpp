@@ -92,9 +92,14 @@ TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) 
     writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
               "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(silent.port()) +
                   "\nUserEmailAddress=anna@example.com\n");
-    // DISPLAY names a display that is not there.
-    const pid_t pid = startUntil("Successfully sent query", {"/usr/bin/env", "-u", "QT_QPA_PLATFORM",
-                                                             "DISPLAY=:97", VARNOTH_AGENT, "--once"});
+    // DISPLAY names a display that is not there. The script classes come from a folder of their own, as a
+    // Mac's tests have them played by the stand-in instead of Outlook.
+    writeFile(root() / "scripts/OutlookScriptObj", "#!/bin/sh\n[ \"$1\" != getVersion ] || printf 99.1\n");
+    std::filesystem::permissions(root() / "scripts/OutlookScriptObj", std::filesystem::perms::owner_all);
+    const pid_t pid =
+        startUntil("Successfully sent query",
+                   {"/usr/bin/env", "-u", "QT_QPA_PLATFORM", "DISPLAY=:97",
+                    "VARNOTH_STANDIN_SCRIPTS=" + (root() / "scripts").string(), VARNOTH_AGENT, "--once"});
     ASSERT_GT(pid, 0);
     std::this_thread::sleep_for(1500ms); // into the read, which blocks the main thread
     const int status = stopChild(pid, 30);
@@ -102,6 +107,7 @@ TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) 
     EXPECT_NE(logText().find("Error: reading server response stopped: the agent is exiting"),
               std::string::npos);
     EXPECT_EQ(logLines().back(), "Exiting");
+    EXPECT_NE(logText().find("Outlook 99.1 is installed"), std::string::npos) << logText();
 }
 
 } // namespace

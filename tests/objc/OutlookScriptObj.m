@@ -2,6 +2,7 @@
 // message (selector and argument texts) and those with a result answer with that same line. An
 // argument "raise" makes a handler raise, as a failing AppleScript handler does; a last argument "nil"
 // makes it answer nothing. ScriptRecord hands the record over; released objects sign off in it.
+// RaisingScriptObj raises at alloc, as a script class whose code fails does.
 #import <Foundation/Foundation.h>
 
 static NSMutableArray* record;
@@ -60,9 +61,19 @@ ANSWERS(getVersion, nil)
 @end
 
 @implementation ScriptRecord
-- (id)take {
++ (id)take {
     NSString* text = [record componentsJoinedByString:@"\n"];
     [record removeAllObjects];
     return text;
+}
+@end
+
+@interface RaisingScriptObj : NSObject
+@end
+
+@implementation RaisingScriptObj
++ (id)alloc {
+    [NSException raise:@"OSAScriptErrorNumber" format:@"the script class failed"];
+    return nil;
 }
 @end

@@ -12,6 +12,7 @@
 @end
 
 // AppleScriptObjC loads a bundle's compiled scripts; here the bundle's code defines the script classes.
+// The tests count the loads.
 @interface NSBundle (AppleOnlyShim)
 - (void)loadAppleScriptObjectiveCScripts;
 @end
@@ -23,8 +24,14 @@ extern "C" {
 #endif
 typedef NSDictionary* CFDictionaryRef;
 typedef NSString* CFStringRef;
+extern unsigned AppleOnlyShimScriptLoads; // loadAppleScriptObjectiveCScripts messages so far
 extern CFStringRef kAXTrustedCheckOptionPrompt;
 BOOL AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+
+// The system configuration's computer name: here the host's name, retained as the Copy rule says.
+typedef const void* SCDynamicStoreRef;
+typedef unsigned int CFStringEncoding;
+CFStringRef SCDynamicStoreCopyComputerName(SCDynamicStoreRef store, CFStringEncoding* encoding);
 
 #ifdef __cplusplus
 }

@@ -32,12 +32,21 @@
 
 @implementation NSBundle (AppleOnlyShim)
 - (void)loadAppleScriptObjectiveCScripts {
+    ++AppleOnlyShimScriptLoads;
     [self load];
 }
 @end
+
+unsigned AppleOnlyShimScriptLoads = 0;
 
 CFStringRef kAXTrustedCheckOptionPrompt = @"AXTrustedCheckOptionPrompt";
 
 BOOL AXIsProcessTrustedWithOptions(CFDictionaryRef options) {
     return [[options objectForKey:kAXTrustedCheckOptionPrompt] boolValue];
+}
+
+CFStringRef SCDynamicStoreCopyComputerName(SCDynamicStoreRef store, CFStringEncoding* encoding) {
+    (void)store;
+    (void)encoding;
+    return [[[NSProcessInfo processInfo] hostName] copy];
 }
