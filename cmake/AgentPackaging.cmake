@@ -6,9 +6,9 @@
 # and the manual page.
 #
 # macOS: an application bundle "Varnoth Brelvane Agent.app" with the information dictionary of
-# packaging/Info.plist.in, the resources in Contents/Resources (the Outlook script compiled by
-# osacompile, the two status images) and, when a signing identity is given, a signature with the
-# hardened runtime carrying packaging/varnoth-agent.entitlements.
+# packaging/Info.plist.in and the resources in Contents/Resources (the Outlook script compiled by
+# osacompile, the two status images). The build does not sign it: macdeployqt changes the bundle
+# afterwards, which would break a signature, so scripts/sign-macos-bundle signs the finished bundle.
 
 set(varnoth_packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(varnoth_resources
@@ -20,16 +20,12 @@ set(varnoth_resources
 )
 
 if(APPLE)
-  set(VARNOTH_CODESIGN_IDENTITY "" CACHE STRING "Code-signing identity for the application bundle (empty: not signed)")
-
   # The executable carries the bundle name, as Finder and the login item show it.
   set_target_properties(varnoth-agent PROPERTIES
     MACOSX_BUNDLE TRUE
     OUTPUT_NAME "${VARNOTH_BUNDLE_NAME}"
     MACOSX_BUNDLE_INFO_PLIST ${varnoth_packaging}/Info.plist.in
     XCODE_ATTRIBUTE_PRODUCT_BUNDLE_IDENTIFIER "${VARNOTH_BUNDLE_IDENTIFIER}"
-    XCODE_ATTRIBUTE_CODE_SIGN_ENTITLEMENTS ${varnoth_packaging}/varnoth-agent.entitlements
-    XCODE_ATTRIBUTE_ENABLE_HARDENED_RUNTIME YES
   )
 
   # AppleScriptObjC loads the compiled script from Contents/Resources (the agent links the framework
@@ -46,14 +42,6 @@ if(APPLE)
   list(APPEND bundle_resources ${compiled_script})
   target_sources(varnoth-agent PRIVATE ${bundle_resources})
   set_source_files_properties(${bundle_resources} PROPERTIES MACOSX_PACKAGE_LOCATION Resources)
-
-  if(VARNOTH_CODESIGN_IDENTITY)
-    add_custom_command(TARGET varnoth-agent POST_BUILD
-      COMMAND codesign --force --options runtime --timestamp
-              --entitlements ${varnoth_packaging}/varnoth-agent.entitlements
-              --sign "${VARNOTH_CODESIGN_IDENTITY}" "$<TARGET_BUNDLE_DIR:varnoth-agent>"
-      COMMENT "Signing the application bundle")
-  endif()
 else()
   set(resources_destination ${CMAKE_INSTALL_DATADIR}/varnoth-agent/resources)
   install(PROGRAMS ${PROJECT_SOURCE_DIR}/resources/OutlookScriptObj DESTINATION ${resources_destination})

@@ -11,8 +11,9 @@
 namespace varnoth::test {
 namespace {
 
-// Every key with its type and value, the build's identifier and versions as placeholders, in
-// tests/golden/install/bundle-files.txt. LSUIElement makes a menu bar agent without a Dock icon.
+// Every key with its type and value (an array's or a dictionary's items too), the build's identifier
+// and versions as placeholders, in tests/golden/install/bundle-files.txt. LSUIElement makes a menu bar
+// agent without a Dock icon; the entitlements' types are those codesign and the sandbox expect.
 TEST(BundleFilesTest, InformationDictionaryAndEntitlementsHoldTheBuildsValues) {
     const std::map<std::string, std::string> placeholders = {{build::bundleIdentifier, "<identifier>"},
                                                              {build::shortVersion, "<short version>"},
