@@ -86,4 +86,25 @@ std::optional<std::string> AppleScriptProtocol::getVersion() {
     return text(Selector::getVersion, {});
 }
 
+std::optional<std::vector<std::string>> AppleScriptProtocol::getSignatureNames() {
+    const auto listing = text(Selector::getSignatureNames, {});
+    if (!listing) {
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    std::size_t start = 0;
+    for (std::size_t end; start < listing->size(); start = end + 1) {
+        end = std::min(listing->find('\n', start), listing->size());
+        // Outlook's scripting may end lines with CR LF; an empty line names nothing.
+        std::string name = listing->substr(start, end - start);
+        if (!name.empty() && name.back() == '\r') {
+            name.pop_back();
+        }
+        if (!name.empty()) {
+            names.push_back(std::move(name));
+        }
+    }
+    return names;
+}
+
 } // namespace varnoth

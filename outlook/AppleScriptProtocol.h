@@ -7,10 +7,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varnoth {
 
-// The twelve operations of the Outlook script class "OutlookScriptObj", sent to one script object.
+// The thirteen operations of the Outlook script class "OutlookScriptObj", sent to one script object.
 // Text operations give nothing when the message failed and empty text when the script returned none;
 // the other operations give whether the message was delivered. Nothing is logged here.
 class AppleScriptProtocol {
@@ -36,8 +37,10 @@ public:
         static constexpr std::string_view deleteSignature = "deleteSignature:";
         static constexpr std::string_view createSignature = "createSignature:content:";
         static constexpr std::string_view getVersion = "getVersion";
+        // The names of Outlook's signatures, one per line.
+        static constexpr std::string_view getSignatureNames = "getSignatureNames";
     };
-    static constexpr std::array<std::string_view, 12> selectors = {
+    static constexpr std::array<std::string_view, 13> selectors = {
         Selector::getDefaultAccount,
         Selector::getSignature,
         Selector::applySignaturesFor,
@@ -50,6 +53,7 @@ public:
         Selector::deleteSignature,
         Selector::createSignature,
         Selector::getVersion,
+        Selector::getSignatureNames,
     };
     // How many text arguments the selector takes: one per colon.
     static std::size_t argumentCount(std::string_view selector);
@@ -69,6 +73,8 @@ public:
     bool deleteSignature(const std::string& name);
     bool createSignature(const std::string& name, const std::string& content);
     std::optional<std::string> getVersion();
+    // Outlook's signature names; a name that holds a line break comes as its pieces.
+    std::optional<std::vector<std::string>> getSignatureNames();
 
 private:
     std::optional<std::string> text(std::string_view selector, const std::vector<std::string>& arguments);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <set>
 #include <string_view>
 #include <utf8proc.h>
 #include <utility>
@@ -149,28 +150,31 @@ bool OutlookHandler::canonicallyEqual(const std::string& first, const std::strin
 }
 
 bool OutlookHandler::needsUpdate(const std::string& name, const std::string& content,
-                                 const char* successPrefix) {
+                                 const std::string& successPrefix, const std::string& readError) {
     std::optional<std::string> current;
     if (auto script = makeScriptObject()) {
         current = script->getSignature(name);
     }
     if (!current) {
-        // A default that cannot be read is written anew.
-        Logger::log("Error: cannot get default Outlook signature");
+        // A signature that cannot be read is written anew.
+        Logger::log(readError);
         return true;
     }
-    const bool differs =
-        !SignatureFormMemory::holds(name, *current, content) && !canonicallyEqual(*current, content);
-    Logger::log(std::string(successPrefix) + (differs ? "true" : "false"));
+    // Outlook answers empty text for a signature it does not have, so an empty one is written anew.
+    const bool differs = current->empty() || (!SignatureFormMemory::holds(name, *current, content) &&
+                                              !canonicallyEqual(*current, content));
+    Logger::log(successPrefix + (differs ? "true" : "false"));
     return differs;
 }
 
 bool OutlookHandler::defaultNewSignatureNeedsUpdate(const std::string& content) {
-    return needsUpdate(newEmailDesc, content, "Default new email signature needs update: ");
+    return needsUpdate(newEmailDesc, content, "Default new email signature needs update: ",
+                       "Error: cannot get default Outlook signature");
 }
 
 bool OutlookHandler::defaultReplySignatureNeedsUpdate(const std::string& content) {
-    return needsUpdate(replyEmailDesc, content, "Default reply forward email signature needs update: ");
+    return needsUpdate(replyEmailDesc, content, "Default reply forward email signature needs update: ",
+                       "Error: cannot get default Outlook signature");
 }
 
 // AppleScript compares texts without regard to case unless told otherwise, so Outlook may well take
@@ -223,7 +227,18 @@ bool OutlookHandler::createDefaultReplySignature(const std::string& content) {
     return true;
 }
 
+bool OutlookHandler::holds(const std::string& name) {
+    auto script = makeScriptObject();
+    const auto current = script ? script->getSignature(name) : std::nullopt;
+    return !current || !current->empty();
+}
+
 void OutlookHandler::deleteDefaultNewSignature() {
+    // One that is not there is left alone: a steady run sends Outlook nothing to write.
+    if (!holds(newEmailDesc)) {
+        Logger::log("Default new email signature is not in Outlook");
+        return;
+    }
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(newEmailDesc)) {
         Logger::log("Error: cannot delete default new email signature");
@@ -233,6 +248,10 @@ void OutlookHandler::deleteDefaultNewSignature() {
 }
 
 void OutlookHandler::deleteDefaultReplySignature() {
+    if (!holds(replyEmailDesc)) {
+        Logger::log("Default reply forward email signature is not in Outlook");
+        return;
+    }
     auto script = makeScriptObject();
     if (!script || !script->deleteSignature(replyEmailDesc)) {
         Logger::log("Error: cannot delete default reply forward email signature");
@@ -241,10 +260,25 @@ void OutlookHandler::deleteDefaultReplySignature() {
     Logger::log("Default reply forward email signature deleted");
 }
 
+bool OutlookHandler::updateSignature(const std::string& name, const std::string& content) {
+    if (refusedName(name, "not installed") || refusedContent(name, content)) {
+        return false;
+    }
+    if (!needsUpdate(name, content, "Signature " + Logger::quoted(name) + " needs update: ",
+                     "Error: cannot get signature " + Logger::quoted(name))) {
+        return true;
+    }
+    return create(name, content);
+}
+
 bool OutlookHandler::createSignature(const std::string& name, const std::string& content) {
     if (refusedName(name, "not installed") || refusedContent(name, content)) {
         return false;
     }
+    return create(name, content);
+}
+
+bool OutlookHandler::create(const std::string& name, const std::string& content) {
     Logger::log("Creating signature " + Logger::quoted(name));
     auto script = makeScriptObject();
     if (!script || !script->createSignature(name, content)) {
@@ -265,6 +299,37 @@ void OutlookHandler::deleteSignature(const std::string& name) {
         return;
     }
     Logger::log("Email signature " + Logger::quoted(name) + " deleted");
+}
+
+void OutlookHandler::deleteSignaturesExcept(const std::vector<std::string>& kept) {
+    Logger::log("Removing signatures");
+    auto script = makeScriptObject();
+    const auto names = script ? script->getSignatureNames() : std::nullopt;
+    if (!names) {
+        Logger::log("Error: couldn't remove email signatures");
+        return;
+    }
+    // Outlook finds a signature by its name without regard to case, so a kept name keeps every
+    // signature Outlook would take for it.
+    std::set<std::string> keep;
+    for (const auto& name : kept) {
+        keep.insert(text::lowercased(name));
+    }
+    bool removed = true;
+    for (const auto& name : *names) {
+        if (keep.count(text::lowercased(name)) != 0) {
+            continue;
+        }
+        auto other = makeScriptObject();
+        if (!other || !other->deleteSignature(name)) {
+            Logger::log("Error: cannot delete signature " + Logger::quoted(name));
+            removed = false;
+        } else {
+            Logger::log("Email signature " + Logger::quoted(name) + " deleted");
+        }
+    }
+    Logger::log(removed ? "Email signatures removed successfully"
+                        : "Error: couldn't remove email signatures");
 }
 
 void OutlookHandler::deleteSignatures() {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace varnoth {
 
@@ -44,8 +45,13 @@ public:
     void deleteDefaultNewSignature();
     void deleteDefaultReplySignature();
     bool createSignature(const std::string& name, const std::string& content);
+    // Creates the signature only when Outlook's differs from the content (compared as the defaults are);
+    // true when Outlook holds it afterwards.
+    bool updateSignature(const std::string& name, const std::string& content);
     void deleteSignature(const std::string& name);
     void deleteSignatures();
+    // Deletes every signature of Outlook whose name is not one of the kept ones, letter case aside.
+    void deleteSignaturesExcept(const std::vector<std::string>& kept);
     // Makes the default signatures Outlook's defaults for the default account, as the two actions say;
     // only change and clear lead to a message. False without a script object or an account, or when a
     // message failed (every message of the actions is still sent).
@@ -56,7 +62,11 @@ public:
     static bool canonicallyEqual(const std::string& first, const std::string& second);
 
 private:
-    bool needsUpdate(const std::string& name, const std::string& content, const char* successPrefix);
+    bool needsUpdate(const std::string& name, const std::string& content, const std::string& successPrefix,
+                     const std::string& readError);
+    bool create(const std::string& name, const std::string& content);
+    // False only when Outlook answers that it has no such signature (or an empty one).
+    bool holds(const std::string& name);
     static bool refusedName(const std::string& name, const char* action);
     static bool refusedContent(const std::string& name, const std::string& content);
 

@@ -101,6 +101,13 @@ private:
         if (selector == Selector::getSignature) {
             return ScriptReply::withText(signatures.count(arguments[0]) ? signatures[arguments[0]] : "");
         }
+        if (selector == Selector::getSignatureNames) {
+            std::string names;
+            for (const auto& [name, content] : signatures) {
+                names += name + "\n";
+            }
+            return ScriptReply::withText(names);
+        }
         if (selector == Selector::createSignature) {
             signatures[arguments[0]] = arguments[1];
         } else if (selector == Selector::deleteSignature) {

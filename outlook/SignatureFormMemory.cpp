@@ -14,11 +14,6 @@ namespace {
 
 using Selector = AppleScriptProtocol::Selector;
 
-bool isDefaultSignature(const std::string& name) {
-    return name == AppleScriptProtocol::defaultNewSignatureName ||
-           name == AppleScriptProtocol::defaultReplySignatureName;
-}
-
 constexpr std::uint32_t rotateRight(std::uint32_t value, int bits) {
     return (value >> bits) | (value << (32 - bits));
 }
@@ -68,7 +63,7 @@ void compress(std::array<std::uint32_t, 8>& state, const unsigned char* block) {
     }
 }
 
-// What is remembered of a created default: the lengths and digests of the content and of Outlook's form.
+// What is remembered of a created signature: the lengths and digests of the content and of Outlook's form.
 std::vector<std::string> memoryOf(const std::string& content, const std::string& form) {
     return {std::to_string(content.size()), SignatureFormMemory::digest(content), std::to_string(form.size()),
             SignatureFormMemory::digest(form)};
@@ -115,8 +110,7 @@ SignatureFormMemory::SignatureFormMemory(std::unique_ptr<ScriptObject> object) :
 
 ScriptReply SignatureFormMemory::send(std::string_view selector, const std::vector<std::string>& arguments) {
     ScriptReply reply = object_->send(selector, arguments);
-    if (reply.delivered && selector == Selector::createSignature && arguments.size() == 2 &&
-        isDefaultSignature(arguments[0])) {
+    if (reply.delivered && selector == Selector::createSignature && arguments.size() == 2) {
         remember(arguments[0], arguments[1]);
     }
     return reply;

@@ -99,6 +99,18 @@ script OutlookScriptObj
 		end tell
 	end deleteSignature:
 
+	-- One name per line, so the agent can remove the signatures its deployment does not hold and leave
+	-- its own in place (with their default assignments).
+	on getSignatureNames()
+		if not my outlookInstalled() then return ""
+		tell application id "com.microsoft.Outlook" to set signatureNames to name of every signature
+		set savedDelimiters to AppleScript's text item delimiters
+		set AppleScript's text item delimiters to linefeed
+		set listing to signatureNames as text
+		set AppleScript's text item delimiters to savedDelimiters
+		return listing
+	end getSignatureNames
+
 	on deleteSignatures()
 		my requireOutlook()
 		tell application id "com.microsoft.Outlook"

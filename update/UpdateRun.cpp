@@ -7,6 +7,8 @@
 #include "platform/Platform.h"
 #include "server/NetworkService.h"
 
+#include <algorithm>
+
 namespace varnoth {
 
 UpdateRun::UpdateRun(bool userInitiated, ApplyViewController* applyController, Delegate& delegate)
@@ -160,8 +162,20 @@ void applyDefaultSignature(SignatureAction action, const std::optional<std::stri
 
 void UpdateRun::applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook,
                                 bool& defaultChanged, bool& allSucceeded) {
+    // "Remove other signatures" removes what this deployment does not hold. Its own signatures stay, so
+    // Outlook keeps their default assignments; a default left as it is keeps whatever the user has.
     if (descriptor.removeOtherSignatures) {
-        outlook.deleteSignatures();
+        std::vector<std::string> kept;
+        for (const auto& [name, content] : descriptor.additionalSignatures) {
+            kept.push_back(name);
+        }
+        if (descriptor.defaultSignatureAction != SignatureAction::clear) {
+            kept.emplace_back(OutlookHandler::newSignatureName);
+        }
+        if (descriptor.replySignatureAction != SignatureAction::clear) {
+            kept.emplace_back(OutlookHandler::replySignatureName);
+        }
+        outlook.deleteSignaturesExcept(kept);
     }
 
     applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps,
@@ -179,9 +193,17 @@ void UpdateRun::applySignatures(const SignatureDescriptor& descriptor, OutlookHa
             }
         }
     }
+    // Those Outlook already holds as the server has them are not written again. In name order, so every
+    // run (and every platform's map) logs them alike.
+    std::vector<const std::pair<const std::string, std::string>*> signatures;
+    for (const auto& signature : descriptor.additionalSignatures) {
+        signatures.push_back(&signature);
+    }
+    std::ranges::sort(signatures, {}, [](const auto* signature) { return signature->first; });
     std::vector<std::string> installed;
-    for (const auto& [name, content] : descriptor.additionalSignatures) {
-        if (outlook.createSignature(name, content)) {
+    for (const auto* signature : signatures) {
+        const auto& [name, content] = *signature;
+        if (outlook.updateSignature(name, content)) {
             installed.push_back(name);
         } else {
             allSucceeded = false;

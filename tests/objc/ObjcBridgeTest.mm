@@ -31,10 +31,17 @@ using ObjcBridgeTest = AgentTest;
 std::string shown(const std::optional<std::string>& text) {
     return text ? "\"" + *text + "\"" : "nothing";
 }
+std::string shown(const std::optional<Lines>& names) {
+    std::string listed;
+    for (const auto& name : names.value_or(Lines{})) {
+        listed += (listed.empty() ? "" : ", ") + name;
+    }
+    return names ? "[" + listed + "]" : "nothing";
+}
 std::string shown(bool delivered) {
     return std::to_string(delivered);
 }
-// One of the twelve operations on a fresh script object, with the case's arguments in order.
+// One of the thirteen operations on a fresh script object, with the case's arguments in order.
 #define OPERATION(name, ...)                                                                                 \
 #name, [&]([[maybe_unused]] auto& a) { return shown(script().name(__VA_ARGS__)); }
 
@@ -76,6 +83,7 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndTheMacServicesAnswer) {
         {OPERATION(deleteSignature, a[0])},
         {OPERATION(createSignature, a[0], a[1])},
         {OPERATION(getVersion)},
+        {OPERATION(getSignatureNames)},
     };
     expectTranscript("objc/messages", [&](const std::string& word, const std::string& rest) {
         Platform::install(ports);

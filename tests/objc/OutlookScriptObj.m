@@ -1,4 +1,4 @@
-// Stands in, in a loadable bundle, for the compiled Outlook script: the twelve handlers record each
+// Stands in, in a loadable bundle, for the compiled Outlook script: the thirteen handlers record each
 // message (selector and argument texts) and those with a result answer with that same line. An
 // argument "raise" makes a handler raise, as a failing AppleScript handler does; a last argument "nil"
 // makes it answer nothing. ScriptRecord hands the record over; released objects sign off in it.
@@ -55,6 +55,7 @@ RECORDS(deleteSignatures, nil)
 RECORDS(deleteSignature : (id)name, ONE(name))
 RECORDS(createSignature : (id)name content : (id)content, ([NSArray arrayWithObjects:name, content, nil]))
 ANSWERS(getVersion, nil)
+ANSWERS(getSignatureNames, nil)
 @end
 
 @interface ScriptRecord : NSObject

@@ -1,5 +1,5 @@
 // The bundle's compiled script defines the class the agent sends its messages to, and an instance made
-// as the agent makes it (alloc, no init) answers every one of the twelve selectors. On a Mac this loads
+// as the agent makes it (alloc, no init) answers every one of the thirteen selectors. On a Mac this loads
 // the built application's script, with no Outlook running: a handler renamed or mistyped in the script
 // fails here instead of at a user's first update. Here the stand-in's bundle takes its place.
 #include "outlook/AppleScriptProtocol.h"

@@ -1,139 +1,310 @@
 #include "base/Logger.h"
 #include "base/TextValues.h"
 #include "config/Config.h"
-#include "dialogs/ApplyViewController.h"
 #include "outlook/OutlookHandler.h"
 #include "platform/Platform.h"
 #include "platform/Window.h"
 #include "server/Framing.h"
-#include "tests/dialogs/FakeApplyView.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RunTest.h"
+#include "tools/outlook-standin/OutlookStandInStore.h"
 
 #include <regex>
+#include <set>
 
 namespace varnoth::test {
 namespace {
 
 using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
+using Selector = AppleScriptProtocol::Selector;
 
 class FakeWindow final : public Window {
 public:
-    void center() override { ++centred; }
+    void center() override {}
     void setRestorable(bool) override {}
     void show() override { ++shown; }
     void close() override {}
-    int centred = 0, shown = 0;
+    int shown = 0;
 };
 
-// Whole update runs against the demo signature server and the Outlook stand-in, from an empty store.
-class UpdateRunTest : public RunTest, public testing::WithParamInterface<std::string> {
+// Around the stand-in's script host: notes every message that changes Outlook, and fails the creation of
+// the signatures named in failing.
+class WatchedScripts final : public ScriptHost {
+public:
+    explicit WatchedScripts(ScriptHost& inner) : inner_(inner) {}
+    void loadScripts() override { inner_.loadScripts(); }
+    std::unique_ptr<ScriptObject> makeObject(std::string_view className) override {
+        auto object = inner_.makeObject(className);
+        return object ? std::make_unique<Object>(*this, std::move(object)) : nullptr;
+    }
+    std::multiset<std::string> writes; // "selector first-argument"
+    std::set<std::string> failing;
+
+private:
+    class Object final : public ScriptObject {
+    public:
+        Object(WatchedScripts& host, std::unique_ptr<ScriptObject> inner)
+            : host_(host), inner_(std::move(inner)) {}
+        ScriptReply send(std::string_view selector, const Lines& arguments) override {
+            if (selector != Selector::getVersion && selector != Selector::getDefaultAccount &&
+                selector != Selector::getSignature && selector != Selector::getSignatureNames) {
+                host_.writes.insert(std::string(selector) + (arguments.empty() ? "" : " " + arguments[0]));
+            }
+            if (selector == Selector::createSignature && host_.failing.count(arguments.at(0)) != 0) {
+                return ScriptReply::failed("failing on purpose");
+            }
+            return inner_->send(selector, arguments);
+        }
+
+    private:
+        WatchedScripts& host_;
+        std::unique_ptr<ScriptObject> inner_;
+    };
+    ScriptHost& inner_;
+};
+
+// Update runs against the demo signature server and the Outlook stand-in keeping Outlook's own HTML form,
+// for an Outlook account whose user has a signature of their own.
+class UpdateRunTest : public RunTest {
 protected:
-    // The log since the last look, then what the user saw and what Outlook and the defaults hold; with a
-    // count of them, also the server's deployment logs, whole, with their times made stable.
-    std::string look(std::size_t logs) {
-        std::ostringstream out;
-        out << joinLines(logLines()) << "-- window shown " << applyWindow.shown << ", centred "
-            << applyWindow.centred << "\n-- icons\n"
-            << joinLines(statusItem.images);
-        for (const auto& alert : alerts.shown) {
-            out << "-- alert " << alert.title << ": " << alert.message << "\n";
+    static constexpr const char* account = "user@example.com";
+
+    void SetUp() override {
+        RunTest::SetUp();
+        setEnvironment("VARNOTH_OUTLOOK_FORM", "html");
+        setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", account);
+        Platform::Ports ports = Platform::ports();
+        ports.scriptHost = &watched;
+        Platform::install(ports);
+        agent.setUpdateFinishedHandler([&](bool ok) { finished.push_back(ok ? "succeeded" : "failed"); });
+    }
+    // The server's templates, and a mailbox section for each settings text (lines separated by ";").
+    void serve(const std::vector<std::pair<std::string, std::string>>& mailboxes) {
+        const auto folder = root() / "data";
+        for (const auto& [file, content] : templates) {
+            writeFile(folder / "templates" / (file + ".html"), content);
         }
-        for (const auto& [name, html] : storedSignatures()) {
-            out << "-- stored " << name << ": " << html << "\n";
+        std::string conf;
+        for (const auto& [mailbox, settings] : mailboxes) {
+            conf += "[mailbox " + mailbox + "]\n" + text::replaceAll(settings, ";", "\n") + "\n";
         }
-        out << "-- additional\n" << joinLines(additionalSignatures()) << "-- runs\n" << joinLines(finished);
-        finished.clear();
-        clearLog();
-        alerts.shown.clear();
-        statusItem.images.clear();
-        static const std::regex time(R"(\d{4}-\d\d-\d\d.\d\d:\d\d:\d\d)");
-        for (const auto& file : logs ? ServerProcess::waitForFiles(server->logFolder(), logs) : Lines{}) {
-            const std::string request = framing::unframe(readWholeFile(server->logFolder() / file));
-            out << "== deployment log\n" << std::regex_replace(request, time, "<time>") << "\n";
+        writeFile(folder / "signatures.conf", conf);
+        server.emplace(Lines{}, folder.string());
+    }
+    void runFor(const std::string& mailbox, const std::string& more = "") {
+        configure(server->port(), "UserEmailAddress=" + mailbox + "\n" + more);
+        run(agent);
+    }
+    OutlookStandInStore store() const { return OutlookStandInStore(storeFolder()); }
+
+    // The signatures Outlook holds, each by the template it came from, and the account's two defaults.
+    std::string outlook() const {
+        std::map<std::string, std::string> origin;
+        for (const auto& [file, content] : templates) {
+            origin[OutlookStandInStore::htmlForm(content)] = file;
         }
-        const std::string version =
-            ">" + Platform::bundle().shortVersion + "." + Platform::bundle().version + "<";
-        return text::replaceAll(text::replaceAll(out.str(), root().string(), "<root>"), version,
-                                "><version><");
+        std::string held;
+        for (const auto& [name, content] : storedSignatures()) {
+            held += (held.empty() ? "" : " ") + shortName(name) + "=" +
+                    (origin.count(content) ? origin[content] : "?" + content);
+        }
+        const auto defaults = store().defaults(account);
+        return held + " | new " + shortName(defaults.newMessages.value_or("none")) + ", reply " +
+               shortName(defaults.repliesAndForwards.value_or("none"));
+    }
+    static std::string shortName(const std::string& name) {
+        return name == OutlookHandler::newSignatureName     ? "NEW"
+               : name == OutlookHandler::replySignatureName ? "REPLY"
+                                                            : name;
+    }
+    std::string writes() const {
+        std::string listed;
+        for (const auto& write : watched.writes) {
+            const auto space = write.find(' ');
+            listed += (listed.empty() ? "" : "; ") + write.substr(0, space) +
+                      (space == std::string::npos ? "" : " " + shortName(write.substr(space + 1)));
+        }
+        return listed;
     }
 
+    const std::map<std::string, std::string> templates = {{"new", "<p>New \u2013 \"Anna\"</p>"},
+                                                          {"reply", "<p>Reply</p>"},
+                                                          {"legal", "<p>Legal</p>"},
+                                                          {"legal2", "<p>Legal, revised</p>"},
+                                                          {"greet", "<p>Gr\u00FC\u00DFe \U0001F600</p>"},
+                                                          {"mine", "<p>Mine</p>"}};
+    WatchedScripts watched{scripts};
     std::optional<ServerProcess> server;
     FakeWindow applyWindow;
-    std::vector<std::string> finished; // how each run ended, as the agent's --once reports it
+    AppDelegate agent{AppDelegate::Windows{&applyWindow, nullptr, nullptr}};
+    Lines finished; // how each run ended, as the agent's --once reports it
 };
 
-// Each scenario is a step file of tests/golden/update/; "look N" answers with what the runs since the last
-// look logged and left behind, and N deployment logs. "serve DATA | ADDRESS | MORE" starts the demo server on
-// a data set of tests/golden/update/data/ ("-": the one already running) and configures the address.
-TEST_P(UpdateRunTest, StepsLeaveWhatTheirScenarioFileHolds) {
-    FakeApplyView view;
-    ApplyViewController controller(&view);
-    std::optional<AppDelegate> agent;
-    std::string result;
-    const std::map<std::string, std::function<void(const std::vector<std::string>&)>> steps = {
-        {"serve",
-         [&](auto& a) {
-             if (a[0] != "-") {
-                 server.emplace(Lines{}, std::string(VARNOTH_GOLDEN_DIR) + "/update/data/" + a[0]);
-             }
-             configure(server->port(), "UserEmailAddress=" + a[1] + "\n" + (a.size() > 2 ? a[2] : ""));
-         }},
-        {"standin",
-         [&](auto& a) {
-             Platform::processLauncher().run({VARNOTH_TEST_STANDIN, a, {}, 20s, {}});
-         }},
-        // "agent" alone has no windows; "agent window" the apply window, "agent dialog" also its controller.
-        {"agent",
-         [&](auto& a) {
-             agent.reset();
-             agent.emplace(AppDelegate::Windows{a[0].empty() ? nullptr : &applyWindow, nullptr,
-                                                a[0] == "dialog" ? &controller : nullptr});
-             agent->setUpdateFinishedHandler(
-                 [&](bool ok) { finished.push_back(ok ? "succeeded" : "failed"); });
-         }},
-        {"run", [&](auto& a) { run(*agent, a[0] == "menu"); }},
-        {"look", [&](auto& a) { result = look(a[0].empty() ? 0 : std::stoul(a[0])); }},
-        {"dialog-action",
-         [&](auto&) {
-             result = std::to_string(int(controller.signature.value().defaultSignatureAction)) + "\n";
-         }},
-        {"forget-account", [&](auto&) { OutlookHandler::defaultAccount.reset(); }},
-        {"outlook-account", [&](auto& a) { setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", a[0]); }},
-        // A menu run asked for while the first run waits for its answer, which is read a second later.
-        {"menu-run-during-a-run",
-         [&](auto&) {
-             agent->updateSignatures(false), queue.runUntilIdle(), agent->updateSignatures(true);
-             queue.advance(1s), queue.runUntilIdle();
-         }},
-        // The timer firing inside a modal alert's nested event loop.
-        {"timer-during-alerts", [&](auto&) { alerts.whileShown = [&] { agent->autoUpdateSignatures(); }; }},
+// The deployment the table starts from: both defaults, two further signatures, others removed.
+constexpr const char* deployment = "default = new.html;reply = reply.html;additional = Legal | legal.html;"
+                                   "additional = Grüße | greet.html;remove-other = remove";
+
+struct Case {
+    const char* name;
+    bool firstRun;        // a run of the whole deployment first, whose defaults the user then applies
+    const char* settings; // the mailbox's settings at the run checked
+    const char* failing;  // the signature whose creation fails in it
+    const char* outlook;  // what Outlook holds afterwards
+    std::string writes;   // what the run wrote to Outlook
+    bool succeeded, dialog;
+};
+
+// Each case checks what a user sees: Outlook's signatures and defaults, the run's result (as --once and
+// the deployment log's Result report it), the failure alert and the apply dialog.
+TEST_F(UpdateRunTest, EachDeploymentLeavesOutlookWithWhatItHolds) {
+    const std::string everything = "createSignature:content: NEW; createSignature:content: REPLY; "
+                                   "createSignature:content: Grüße; createSignature:content: Legal";
+    const std::vector<Case> cases = {
+        {"a first run installs everything and removes the user's own", false, deployment, "",
+         "NEW=new REPLY=reply Grüße=greet Legal=legal | new none, reply none",
+         everything + "; deleteSignature: Mine", true, true},
+        {"an unchanged run writes nothing and the user's defaults stay", true, deployment, "",
+         "NEW=new REPLY=reply Grüße=greet Legal=legal | new NEW, reply REPLY", "", true, false},
+        {"preserve keeps the user's own", false,
+         "default = new.html;reply = reply.html;additional = Legal | legal.html;"
+         "additional = Grüße | greet.html;remove-other = preserve",
+         "", "NEW=new REPLY=reply Grüße=greet Legal=legal Mine=mine | new none, reply none", everything, true,
+         true},
+        {"none for new messages deletes that default only", true,
+         "default = none;reply = reply.html;additional = Legal | legal.html;"
+         "additional = Grüße | greet.html;remove-other = remove",
+         "", "REPLY=reply Grüße=greet Legal=legal | new none, reply REPLY", "deleteSignature: NEW", true,
+         false},
+        {"none for replies deletes that default only", true,
+         "default = new.html;reply = none;additional = Legal | legal.html;"
+         "additional = Grüße | greet.html;remove-other = remove",
+         "", "NEW=new Grüße=greet Legal=legal | new NEW, reply none", "deleteSignature: REPLY", true, false},
+        {"do-not-change keeps both defaults though others are removed", true,
+         "default = keep;reply = keep;additional = Legal | legal.html;"
+         "additional = Grüße | greet.html;remove-other = remove",
+         "", "NEW=new REPLY=reply Grüße=greet Legal=legal | new NEW, reply REPLY", "", true, false},
+        {"a failed default fails the run", false, deployment, "Default Reply Forward Email Signature",
+         "NEW=new Grüße=greet Legal=legal | new none, reply none", everything + "; deleteSignature: Mine",
+         false, false},
+        {"a failed additional signature fails the run", false, deployment, "Legal",
+         "NEW=new REPLY=reply Grüße=greet | new none, reply none", everything + "; deleteSignature: Mine",
+         false, false},
+        {"a changed template is written, nothing else", true,
+         "default = new.html;reply = reply.html;additional = Legal | legal2.html;"
+         "additional = Grüße | greet.html;remove-other = remove",
+         "", "NEW=new REPLY=reply Grüße=greet Legal=legal2 | new NEW, reply REPLY",
+         "createSignature:content: Legal", true, false},
+        {"a signature the server dropped is deleted", true,
+         "default = new.html;reply = reply.html;additional = Legal | legal.html;remove-other = preserve", "",
+         "NEW=new REPLY=reply Legal=legal | new NEW, reply REPLY", "deleteSignature: Grüße", true, false},
     };
-    expectTranscript("update/" + GetParam(), [&](const std::string& step, const std::string& rest) {
-        result.clear();
-        steps.at(step)(caseArguments(rest));
-        return text::replaceAll(result.empty() ? result : result.substr(0, result.size() - 1), "\n", "\n= ");
-    });
+    std::vector<std::pair<std::string, std::string>> mailboxes = {{"first@example.com", deployment}};
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        mailboxes.emplace_back("case" + std::to_string(i) + "@example.com", cases[i].settings);
+    }
+    serve(mailboxes);
+    std::size_t reports = 0;
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const Case& c = cases[i];
+        SCOPED_TRACE(c.name);
+        std::filesystem::remove_all(storeFolder());
+        defaults = MemoryUserDefaults();
+        OutlookHandler::defaultAccount.reset();
+        store().createSignature("Mine", templates.at("mine"));
+        if (c.firstRun) {
+            runFor("first@example.com");
+            ASSERT_TRUE(
+                OutlookHandler().applyDefaultSignatures(SignatureAction::change, SignatureAction::change));
+            ++reports;
+        }
+        watched.writes.clear();
+        watched.failing = {c.failing};
+        finished.clear();
+        alerts.shown.clear();
+        applyWindow.shown = 0;
+        runFor("case" + std::to_string(i) + "@example.com");
+        EXPECT_EQ(outlook(), c.outlook);
+        EXPECT_EQ(writes(), c.writes);
+        EXPECT_EQ(finished, Lines{c.succeeded ? "succeeded" : "failed"});
+        const auto logs = wholeDeploymentLogs(server->logFolder(), ++reports);
+        ASSERT_EQ(logs.size(), reports);
+        EXPECT_EQ(logs.back().result, c.succeeded ? "Success" : "Failure");
+        EXPECT_EQ(alerts.shown.size(), c.succeeded ? 0u : 1u);
+        EXPECT_EQ(applyWindow.shown, c.dialog ? 1 : 0);
+        // The list of additional signatures holds what Outlook holds as the server has it.
+        const Lines listed = additionalSignatures();
+        const std::string stored = outlook();
+        for (const auto& name : listed) {
+            EXPECT_NE(stored.find(" " + name + "="), std::string::npos) << name;
+        }
+    }
 }
 
-// unchanged_defaults: additional signatures are recreated and only the menu run opens the dialog;
-// changed_default: the dialog opens once and a default in Outlook's own form is left alone;
-// signature_dropped: a signature the server drops is deleted and forgotten; address: the fixed one or
-// Outlook's default account, and without either the run fails (silently from the timer when so configured,
-// never from the menu); run_during_a_run: a run asked for during a run is refused and kept out of its log.
-INSTANTIATE_TEST_SUITE_P(Scenarios, UpdateRunTest,
-                         testing::Values("unchanged_defaults", "changed_default", "signature_dropped",
-                                         "address", "run_during_a_run"),
-                         [](const auto& info) { return info.param; });
+// The one complete log of a run: a first run from the menu, whose deployment removes the user's own
+// signature and installs its four; with the deployment log the server got.
+TEST_F(UpdateRunTest, ACompleteRunLogsEachStep) {
+    serve({{"anna@example.com", deployment}});
+    store().createSignature("Mine", templates.at("mine"));
+    configure(server->port());
+    agent.updateSignatures(true);
+    queue.runUntilIdle(), queue.advance(1s), queue.runUntilIdle();
+    const auto logs = wholeDeploymentLogs(server->logFolder(), 1);
+    ASSERT_EQ(logs.size(), 1u);
+    static const std::regex time(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)");
+    expectGolden("update/complete-run",
+                 joinLines(logLines()) + "--- deployment log, " + logs[0].result + "\n" +
+                     std::regex_replace(logs[0].log, time, "TIME"),
+                 {{root().string(), "<root>"}});
+}
+
+// Without a fixed address or Outlook's default account the run fails: silently from the timer when so
+// configured, never from the menu; with Outlook's account it works.
+TEST_F(UpdateRunTest, WithoutAnAddressOnlyOutlooksAccountLetsTheRunGoOn) {
+    serve({{account, "default = keep;reply = keep;additional = Legal | legal.html"}});
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "");
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
+              "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server->port()) +
+                  "\nSuppressErrorMessages=1\n");
+    Config::setShared(nullptr);
+    run(agent);
+    EXPECT_TRUE(alerts.shown.empty());
+    run(agent, true);
+    ASSERT_EQ(alerts.shown.size(), 1u);
+    EXPECT_EQ(alerts.shown[0].message, "No email account available");
+    EXPECT_EQ(wholeDeploymentLogs(server->logFolder(), 2).back().result, "Failure");
+
+    setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", account);
+    OutlookHandler::defaultAccount.reset();
+    run(agent);
+    EXPECT_EQ(finished, (Lines{"failed", "failed", "succeeded"}));
+    EXPECT_EQ(outlook(), "Legal=legal | new none, reply none");
+}
+
+// A run asked for while one is under way (from the menu, or by the timer inside an alert's event loop) is
+// refused, and its lines stay out of the deployment log of the run under way.
+TEST_F(UpdateRunTest, ARunAskedForDuringARunIsRefused) {
+    serve({{"anna@example.com", "default = keep;reply = keep;additional = Legal | legal.html"}});
+    configure(server->port());
+    agent.updateSignatures(false), queue.runUntilIdle(), agent.updateSignatures(true);
+    queue.advance(1s), queue.runUntilIdle();
+    alerts.whileShown = [&] { agent.autoUpdateSignatures(); };
+    configure(server->port(), "UserEmailAddress=nobody@example.com\n");
+    run(agent);
+    EXPECT_EQ(count("Update signatures already in progress"), 2);
+    EXPECT_EQ(finished, (Lines{"succeeded", "failed"}));
+    ASSERT_EQ(alerts.shown.size(), 1u);
+    const auto logs = wholeDeploymentLogs(server->logFolder(), 1);
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].log.find("already in progress"), std::string::npos);
+}
 
 TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
     writeFile(
         userConfigFolder() / "Varnoth Brelvane Agent.txt",
         "SignatureServerAutodetect=1\nUserEmailAddress=keep@example.com\nLDAPServer=ldap://127.0.0.1:1\n");
     Config::setShared(nullptr);
-    AppDelegate app;
-    run(app, false);
+    run(agent, false);
     EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 0);
     EXPECT_EQ(count("Error Update signatures: Fetching signature failed"), 1);
     EXPECT_TRUE(logged("Failed to connect to host: "));
@@ -143,8 +314,7 @@ TEST_F(UpdateRunTest, AutodetectWithoutAddressStillAsksTheServer) {
 TEST_F(UpdateRunTest, RunWithoutServerAddressStopsCapturingTheLog) {
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt", "UserEmailAddress=keep@example.com\n");
     Config::setShared(nullptr);
-    AppDelegate app;
-    run(app, false);
+    run(agent, false);
     EXPECT_EQ(count("Missing SignatureServerAddress configuration. Unable to update signatures."), 1);
     EXPECT_FALSE(Logger::captureEnabled);
     EXPECT_EQ(Logger::capturedLog, "");

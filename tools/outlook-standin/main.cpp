@@ -119,6 +119,10 @@ int answer(OutlookStandInStore& store, const std::string& selector) {
         std::cout << store.defaultAccount();
     } else if (selector == Selector::getSignature) {
         std::cout << store.signature(first).value_or("");
+    } else if (selector == Selector::getSignatureNames) {
+        for (const auto& name : store.signatureNames()) {
+            std::cout << name << "\n";
+        }
     } else if (selector == Selector::createSignature) {
         store.createSignature(first, arguments[1]);
     } else if (selector == Selector::deleteSignature) {
