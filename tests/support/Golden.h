@@ -10,7 +10,8 @@ namespace varnoth::test {
 // Compares a whole transcript (log lines, a request, a report) with the expected text kept as data in
 // tests/golden/<name>.txt, so a long exact output is one line of test code. Each pair in `replace` turns
 // a run-dependent text (a port, a temporary folder) into a stable placeholder first. With
-// VARNOTH_UPDATE_GOLDEN=1 the file is rewritten from the actual text instead: review its diff.
+// VARNOTH_UPDATE_GOLDEN=1 a file that differs is rewritten from the actual text and the test fails naming
+// it: review its diff and run again. CI (the variable CI set) refuses to rewrite.
 void expectGolden(const std::string& name, std::string actual,
                   const std::vector<std::pair<std::string, std::string>>& replace = {});
 
