@@ -28,8 +28,15 @@ public:
     int shown = 0;
 };
 
-// Around the stand-in's script host: notes every message that changes Outlook, and fails the creation of
-// the signatures named in failing.
+// "NEW" and "REPLY" for the agent's two default signatures.
+std::string shortName(const std::string& name) {
+    return name == OutlookHandler::newSignatureName     ? "NEW"
+           : name == OutlookHandler::replySignatureName ? "REPLY"
+                                                        : name;
+}
+
+// Around the stand-in's script host: notes every message that changes Outlook ("create NAME", "delete
+// NAME", the others by selector), and fails the creation of the signature named in failing.
 class WatchedScripts final : public ScriptHost {
 public:
     explicit WatchedScripts(ScriptHost& inner) : inner_(inner) {}
@@ -38,8 +45,8 @@ public:
         auto object = inner_.makeObject(className);
         return object ? std::make_unique<Object>(*this, std::move(object)) : nullptr;
     }
-    std::multiset<std::string> writes; // "selector first-argument"
-    std::set<std::string> failing;
+    std::multiset<std::string> writes;
+    std::string failing;
 
 private:
     class Object final : public ScriptObject {
@@ -47,11 +54,14 @@ private:
         Object(WatchedScripts& host, std::unique_ptr<ScriptObject> inner)
             : host_(host), inner_(std::move(inner)) {}
         ScriptReply send(std::string_view selector, const Lines& arguments) override {
-            if (selector != Selector::getVersion && selector != Selector::getDefaultAccount &&
-                selector != Selector::getSignature && selector != Selector::getSignatureNames) {
-                host_.writes.insert(std::string(selector) + (arguments.empty() ? "" : " " + arguments[0]));
+            const bool create = selector == Selector::createSignature,
+                       remove = selector == Selector::deleteSignature;
+            if (create || remove) {
+                host_.writes.insert((create ? "create " : "delete ") + shortName(arguments.at(0)));
+            } else if (!selector.starts_with("get")) {
+                host_.writes.emplace(selector);
             }
-            if (selector == Selector::createSignature && host_.failing.count(arguments.at(0)) != 0) {
+            if (create && arguments[0] == host_.failing) {
                 return ScriptReply::failed("failing on purpose");
             }
             return inner_->send(selector, arguments);
@@ -79,15 +89,24 @@ protected:
         Platform::install(ports);
         agent.setUpdateFinishedHandler([&](bool ok) { finished.push_back(ok ? "succeeded" : "failed"); });
     }
-    // The server's templates, and a mailbox section for each settings text (lines separated by ";").
+    // The server's templates, and a mailbox section for each deployment, written "NEW REPLY [NAME=FILE...]
+    // REMOVE-OTHER": the defaults' templates (or none, keep), the additional signatures, remove or preserve.
     void serve(const std::vector<std::pair<std::string, std::string>>& mailboxes) {
         const auto folder = root() / "data";
         for (const auto& [file, content] : templates) {
             writeFile(folder / "templates" / (file + ".html"), content);
         }
         std::string conf;
-        for (const auto& [mailbox, settings] : mailboxes) {
-            conf += "[mailbox " + mailbox + "]\n" + text::replaceAll(settings, ";", "\n") + "\n";
+        for (const auto& [mailbox, deployment] : mailboxes) {
+            Lines words = caseArguments(text::replaceAll(deployment, " ", " | "));
+            const auto file = [](const std::string& word) {
+                return word == "none" || word == "keep" ? word : word + ".html";
+            };
+            conf += "[mailbox " + mailbox + "]\ndefault = " + file(words[0]) + "\nreply = " + file(words[1]) +
+                    "\nremove-other = " + words.back() + "\n";
+            for (std::size_t i = 2; i + 1 < words.size(); ++i) {
+                conf += "additional = " + text::replaceAll(words[i], "=", " | ") + ".html\n";
+            }
         }
         writeFile(folder / "signatures.conf", conf);
         server.emplace(Lines{}, folder.string());
@@ -113,17 +132,10 @@ protected:
         return held + " | new " + shortName(defaults.newMessages.value_or("none")) + ", reply " +
                shortName(defaults.repliesAndForwards.value_or("none"));
     }
-    static std::string shortName(const std::string& name) {
-        return name == OutlookHandler::newSignatureName     ? "NEW"
-               : name == OutlookHandler::replySignatureName ? "REPLY"
-                                                            : name;
-    }
     std::string writes() const {
         std::string listed;
         for (const auto& write : watched.writes) {
-            const auto space = write.find(' ');
-            listed += (listed.empty() ? "" : "; ") + write.substr(0, space) +
-                      (space == std::string::npos ? "" : " " + shortName(write.substr(space + 1)));
+            listed += (listed.empty() ? "" : "; ") + write;
         }
         return listed;
     }
@@ -142,66 +154,50 @@ protected:
 };
 
 // The deployment the table starts from: both defaults, two further signatures, others removed.
-constexpr const char* deployment = "default = new.html;reply = reply.html;additional = Legal | legal.html;"
-                                   "additional = Grüße | greet.html;remove-other = remove";
+constexpr const char* deployment = "new reply Legal=legal Grüße=greet remove";
 
 struct Case {
     const char* name;
-    bool firstRun;        // a run of the whole deployment first, whose defaults the user then applies
-    const char* settings; // the mailbox's settings at the run checked
-    const char* failing;  // the signature whose creation fails in it
-    const char* outlook;  // what Outlook holds afterwards
-    std::string writes;   // what the run wrote to Outlook
+    bool firstRun;          // a run of the whole deployment first, whose defaults the user then applies
+    const char* deployment; // the mailbox's at the run checked
+    const char* failing;    // the signature whose creation fails in it
+    std::string outlook;    // what Outlook holds afterwards
+    std::string writes;     // what the run wrote to Outlook
     bool succeeded, dialog;
 };
 
 // Each case checks what a user sees: Outlook's signatures and defaults, the run's result (as --once and
 // the deployment log's Result report it), the failure alert and the apply dialog.
 TEST_F(UpdateRunTest, EachDeploymentLeavesOutlookWithWhatItHolds) {
-    const std::string everything = "createSignature:content: NEW; createSignature:content: REPLY; "
-                                   "createSignature:content: Grüße; createSignature:content: Legal";
+    const std::string all = "NEW=new REPLY=reply Grüße=greet Legal=legal",
+                      everything = "create Grüße; create Legal; create NEW; create REPLY";
     const std::vector<Case> cases = {
         {"a first run installs everything and removes the user's own", false, deployment, "",
-         "NEW=new REPLY=reply Grüße=greet Legal=legal | new none, reply none",
-         everything + "; deleteSignature: Mine", true, true},
+         all + " | new none, reply none", everything + "; delete Mine", true, true},
         {"an unchanged run writes nothing and the user's defaults stay", true, deployment, "",
-         "NEW=new REPLY=reply Grüße=greet Legal=legal | new NEW, reply REPLY", "", true, false},
-        {"preserve keeps the user's own", false,
-         "default = new.html;reply = reply.html;additional = Legal | legal.html;"
-         "additional = Grüße | greet.html;remove-other = preserve",
-         "", "NEW=new REPLY=reply Grüße=greet Legal=legal Mine=mine | new none, reply none", everything, true,
-         true},
-        {"none for new messages deletes that default only", true,
-         "default = none;reply = reply.html;additional = Legal | legal.html;"
-         "additional = Grüße | greet.html;remove-other = remove",
-         "", "REPLY=reply Grüße=greet Legal=legal | new none, reply REPLY", "deleteSignature: NEW", true,
-         false},
-        {"none for replies deletes that default only", true,
-         "default = new.html;reply = none;additional = Legal | legal.html;"
-         "additional = Grüße | greet.html;remove-other = remove",
-         "", "NEW=new Grüße=greet Legal=legal | new NEW, reply none", "deleteSignature: REPLY", true, false},
+         all + " | new NEW, reply REPLY", "", true, false},
+        {"preserve keeps the user's own", false, "new reply Legal=legal Grüße=greet preserve", "",
+         all + " Mine=mine | new none, reply none", everything, true, true},
+        {"none for new messages deletes that default only", true, "none reply Legal=legal Grüße=greet remove",
+         "", "REPLY=reply Grüße=greet Legal=legal | new none, reply REPLY", "delete NEW", true, false},
+        {"none for replies deletes that default only", true, "new none Legal=legal Grüße=greet remove", "",
+         "NEW=new Grüße=greet Legal=legal | new NEW, reply none", "delete REPLY", true, false},
         {"do-not-change keeps both defaults though others are removed", true,
-         "default = keep;reply = keep;additional = Legal | legal.html;"
-         "additional = Grüße | greet.html;remove-other = remove",
-         "", "NEW=new REPLY=reply Grüße=greet Legal=legal | new NEW, reply REPLY", "", true, false},
+         "keep keep Legal=legal Grüße=greet remove", "", all + " | new NEW, reply REPLY", "", true, false},
         {"a failed default fails the run", false, deployment, "Default Reply Forward Email Signature",
-         "NEW=new Grüße=greet Legal=legal | new none, reply none", everything + "; deleteSignature: Mine",
-         false, false},
+         "NEW=new Grüße=greet Legal=legal | new none, reply none", everything + "; delete Mine", false,
+         false},
         {"a failed additional signature fails the run", false, deployment, "Legal",
-         "NEW=new REPLY=reply Grüße=greet | new none, reply none", everything + "; deleteSignature: Mine",
-         false, false},
-        {"a changed template is written, nothing else", true,
-         "default = new.html;reply = reply.html;additional = Legal | legal2.html;"
-         "additional = Grüße | greet.html;remove-other = remove",
-         "", "NEW=new REPLY=reply Grüße=greet Legal=legal2 | new NEW, reply REPLY",
-         "createSignature:content: Legal", true, false},
-        {"a signature the server dropped is deleted", true,
-         "default = new.html;reply = reply.html;additional = Legal | legal.html;remove-other = preserve", "",
-         "NEW=new REPLY=reply Legal=legal | new NEW, reply REPLY", "deleteSignature: Grüße", true, false},
+         "NEW=new REPLY=reply Grüße=greet | new none, reply none", everything + "; delete Mine", false,
+         false},
+        {"a changed template is written, nothing else", true, "new reply Legal=legal2 Grüße=greet remove", "",
+         "NEW=new REPLY=reply Grüße=greet Legal=legal2 | new NEW, reply REPLY", "create Legal", true, false},
+        {"a signature the server dropped is deleted", true, "new reply Legal=legal preserve", "",
+         "NEW=new REPLY=reply Legal=legal | new NEW, reply REPLY", "delete Grüße", true, false},
     };
     std::vector<std::pair<std::string, std::string>> mailboxes = {{"first@example.com", deployment}};
     for (std::size_t i = 0; i < cases.size(); ++i) {
-        mailboxes.emplace_back("case" + std::to_string(i) + "@example.com", cases[i].settings);
+        mailboxes.emplace_back("case" + std::to_string(i) + "@example.com", cases[i].deployment);
     }
     serve(mailboxes);
     std::size_t reports = 0;
@@ -219,7 +215,7 @@ TEST_F(UpdateRunTest, EachDeploymentLeavesOutlookWithWhatItHolds) {
             ++reports;
         }
         watched.writes.clear();
-        watched.failing = {c.failing};
+        watched.failing = c.failing;
         finished.clear();
         alerts.shown.clear();
         applyWindow.shown = 0;
@@ -261,7 +257,7 @@ TEST_F(UpdateRunTest, ACompleteRunLogsEachStep) {
 // Without a fixed address or Outlook's default account the run fails: silently from the timer when so
 // configured, never from the menu; with Outlook's account it works.
 TEST_F(UpdateRunTest, WithoutAnAddressOnlyOutlooksAccountLetsTheRunGoOn) {
-    serve({{account, "default = keep;reply = keep;additional = Legal | legal.html"}});
+    serve({{account, "keep keep Legal=legal preserve"}});
     setEnvironment("VARNOTH_OUTLOOK_ACCOUNT", "");
     writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
               "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(server->port()) +
@@ -284,7 +280,7 @@ TEST_F(UpdateRunTest, WithoutAnAddressOnlyOutlooksAccountLetsTheRunGoOn) {
 // A run asked for while one is under way (from the menu, or by the timer inside an alert's event loop) is
 // refused, and its lines stay out of the deployment log of the run under way.
 TEST_F(UpdateRunTest, ARunAskedForDuringARunIsRefused) {
-    serve({{"anna@example.com", "default = keep;reply = keep;additional = Legal | legal.html"}});
+    serve({{"anna@example.com", "keep keep Legal=legal preserve"}});
     configure(server->port());
     agent.updateSignatures(false), queue.runUntilIdle(), agent.updateSignatures(true);
     queue.advance(1s), queue.runUntilIdle();
