@@ -95,6 +95,8 @@ TEST_F(DiscoveryTest, ConfiguredAccountBindsItsPasswordIsNeverLoggedAndNoDirecto
     configure(directory.url(), SlapdServer::bindDN, SlapdServer::bindPassword);
     directory.stop();
     EXPECT_EQ(chosenHost(), configuredAddress);
+    configure("ldaps://127.0.0.1:1", SlapdServer::bindDN, wrongPassword); // no warning: nothing in clear
+    EXPECT_EQ(chosenHost(), configuredAddress);
     configure("", SlapdServer::bindDN, wrongPassword);
     EXPECT_EQ(chosenHost(), configuredAddress);
     expectLog("configured-account");
