@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
+#include <unistd.h>
 
 namespace varnoth::test {
 namespace {
@@ -19,8 +20,16 @@ TEST(TCPClientTest, ConstructionCausesNoTrafficAndABadPortFailsTheConnect) {
     TCPClient client("no.such.host.invalid", 1);
     EXPECT_EQ(client.send("x")->localizedDescription, "Transport endpoint is not connected");
     EXPECT_EQ(TCPClient("127.0.0.1", 65536).connect(1)->localizedDescription, "Invalid port: 65536");
+    // A refused connect leaves no descriptor open: the lowest free one is the same before and after.
+    const auto lowestFree = [] {
+        const int fd = ::dup(0);
+        ::close(fd);
+        return fd;
+    };
+    const int free = lowestFree();
     const auto highest = TCPClient("127.0.0.1", 65535).connect(1);
     EXPECT_TRUE(!highest || highest->localizedDescription != "Invalid port: 65535");
+    EXPECT_EQ(lowestFree(), free);
 }
 
 TEST(TCPClientTest, ReadsAndSendsOverANamedHostAndTheSocketClosesOnReconnectAndDrop) {
