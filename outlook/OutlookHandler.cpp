@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <exception>
 #include <set>
 #include <string_view>
@@ -227,37 +228,34 @@ bool OutlookHandler::createDefaultReplySignature(const std::string& content) {
     return true;
 }
 
-bool OutlookHandler::holds(const std::string& name) {
+bool OutlookHandler::isInOutlook(const std::string& name) {
     auto script = makeScriptObject();
     const auto current = script ? script->getSignature(name) : std::nullopt;
     return !current || !current->empty();
 }
 
-void OutlookHandler::deleteDefaultNewSignature() {
+void OutlookHandler::deleteDefault(const std::string& name, const std::string& subject) {
+    std::string capitalized = subject;
+    capitalized[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(capitalized[0])));
     // One that is not there is left alone: a steady run sends Outlook nothing to write.
-    if (!holds(newEmailDesc)) {
-        Logger::log("Default new email signature is not in Outlook");
+    if (!isInOutlook(name)) {
+        Logger::log(capitalized + " is not in Outlook");
         return;
     }
     auto script = makeScriptObject();
-    if (!script || !script->deleteSignature(newEmailDesc)) {
-        Logger::log("Error: cannot delete default new email signature");
+    if (!script || !script->deleteSignature(name)) {
+        Logger::log("Error: cannot delete " + subject);
         return;
     }
-    Logger::log("Default new email signature deleted");
+    Logger::log(capitalized + " deleted");
+}
+
+void OutlookHandler::deleteDefaultNewSignature() {
+    deleteDefault(newEmailDesc, "default new email signature");
 }
 
 void OutlookHandler::deleteDefaultReplySignature() {
-    if (!holds(replyEmailDesc)) {
-        Logger::log("Default reply forward email signature is not in Outlook");
-        return;
-    }
-    auto script = makeScriptObject();
-    if (!script || !script->deleteSignature(replyEmailDesc)) {
-        Logger::log("Error: cannot delete default reply forward email signature");
-        return;
-    }
-    Logger::log("Default reply forward email signature deleted");
+    deleteDefault(replyEmailDesc, "default reply forward email signature");
 }
 
 bool OutlookHandler::updateSignature(const std::string& name, const std::string& content) {

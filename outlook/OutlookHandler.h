@@ -66,7 +66,9 @@ private:
                      const std::string& readError);
     bool create(const std::string& name, const std::string& content);
     // False only when Outlook answers that it has no such signature (or an empty one).
-    bool holds(const std::string& name);
+    bool isInOutlook(const std::string& name);
+    // Deletes the default signature if Outlook has it, logging what became of the subject.
+    void deleteDefault(const std::string& name, const std::string& subject);
     static bool refusedName(const std::string& name, const char* action);
     static bool refusedContent(const std::string& name, const std::string& content);
 

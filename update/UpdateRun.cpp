@@ -199,7 +199,8 @@ void UpdateRun::applySignatures(const SignatureDescriptor& descriptor, OutlookHa
     for (const auto& signature : descriptor.additionalSignatures) {
         signatures.push_back(&signature);
     }
-    std::ranges::sort(signatures, {}, [](const auto* signature) { return signature->first; });
+    std::ranges::sort(signatures, {},
+                      [](const auto* signature) -> const std::string& { return signature->first; });
     std::vector<std::string> installed;
     for (const auto* signature : signatures) {
         const auto& [name, content] = *signature;

@@ -6,9 +6,9 @@
 namespace varnoth {
 
 // Pipes and sockets opened with the flags the agent needs, the same way on Linux and macOS. macOS has
-// no pipe2, accept4, SOCK_CLOEXEC, SOCK_NONBLOCK or MSG_NOSIGNAL, so the flags are set once the
-// descriptor exists, and Linux takes the same path, which its tests thereby cover. Each call that
-// opens something leaves nothing open when it fails, with errno set.
+// none of Linux's calls and flags that set close-on-exec, non-blocking or no-signal as the descriptor is
+// made, so the flags are set once it exists, and Linux takes the same path, which its tests thereby cover.
+// Each call that opens something leaves nothing open when it fails, with errno set.
 class Descriptors {
 public:
     // A pipe whose two ends are closed on exec.
