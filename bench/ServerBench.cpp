@@ -186,7 +186,7 @@ public:
         if (pid_ == 0) {
             dup2(output[1], STDOUT_FILENO);
             execl(VARNOTH_SIGNATURE_SERVER, VARNOTH_SIGNATURE_SERVER, "--port", "0", "--data",
-                  VARNOTH_EXAMPLES_DIR, "--answer-file", file_.c_str(), static_cast<char*>(nullptr));
+                  VARNOTH_TEST_DATA_DIR, "--answer-file", file_.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
         close(output[1]);

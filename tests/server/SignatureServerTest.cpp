@@ -22,7 +22,7 @@ std::string joined(const SignatureServer::Reply& reply) {
 
 class SignatureServerTest : public AgentTest {
 protected:
-    signatureserver::ServerOptions options(const std::string& data = VARNOTH_EXAMPLES_DIR) {
+    signatureserver::ServerOptions options(const std::string& data = VARNOTH_TEST_DATA_DIR) {
         return {data, root() / "logs", {}, {}, {}};
     }
 };

@@ -12,7 +12,7 @@ namespace varnoth::test {
 class ServerProcess {
 public:
     explicit ServerProcess(std::vector<std::string> extraArguments = {},
-                           std::string dataFolder = VARNOTH_EXAMPLES_DIR);
+                           std::string dataFolder = VARNOTH_TEST_DATA_DIR);
     ~ServerProcess();
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
