@@ -170,15 +170,11 @@ TEST_F(QtWindowsTest, EveryWindowHasRoomForItsTitleAndItsButtonsAndOneSize) {
     EXPECT_TRUE(about->text().contains("Version 1.0.0.1<"));
     apply.controller().signature.emplace().replySignatureAction = SignatureAction::change;
     apply.controller().updateMessage(); // the long message, with the configure button
-    const std::vector<std::pair<QWidget*, std::function<void()>>> windows = {
-        {&apply.dialog(), [&] { apply.show(); }},
-        {&configuration.dialog(), [&] { configuration.show(); }},
-        {alert.get(), [&] { alert->show(); }},
-        {about.get(), [&] { about->show(); }}};
     QFont bold = QApplication::font();
     bold.setBold(true);
-    for (const auto& [window, show] : windows) {
-        show();
+    for (QWidget* window :
+         std::vector<QWidget*>{&apply.dialog(), &configuration.dialog(), alert.get(), about.get()}) {
+        window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window, 60000));
         const QString title = window->windowTitle();
         SCOPED_TRACE(title.toStdString());
