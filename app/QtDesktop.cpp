@@ -26,6 +26,7 @@ std::unique_ptr<QMessageBox> QtDesktop::makeAlert(const std::string& title, cons
                                                   const std::string& button) {
     auto box = std::make_unique<QMessageBox>();
     box->setIcon(QMessageBox::Warning);
+    box->setTextFormat(Qt::PlainText); // an address in the message is never markup
     box->setWindowTitle(QString::fromStdString(title));
 #ifdef Q_OS_MACOS
     // A Mac's alert has no title bar: the title is its bold first line, the message below it.
