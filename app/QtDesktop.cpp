@@ -37,7 +37,6 @@ std::unique_ptr<QMessageBox> QtDesktop::makeAlert(const std::string& title, cons
     box->setText(QString::fromStdString(message));
 #endif
     box->addButton(QString::fromStdString(button), QMessageBox::AcceptRole);
-    WindowFrame::setDialogFlags(*box);
     WindowFrame::fit(*box);
     return box;
 }
@@ -55,7 +54,6 @@ std::unique_ptr<QMessageBox> QtDesktop::makeAbout() {
                                         bundle.shortVersion + "." + bundle.version +
                                         "<br><br>Copyright \u00A9 2026 Varnoth"));
     box->addButton(QMessageBox::Ok);
-    WindowFrame::setDialogFlags(*box);
     WindowFrame::fit(*box);
     return box;
 }

@@ -20,7 +20,8 @@ public:
     // The width a button needs for its text and margins.
     static int buttonWidth(const QPushButton& button);
 
-    // Only moved and closed, never maximised nor minimised; set before the window is first shown.
+    // Only moved and closed, never maximised nor minimised; set before the window is first shown. (A
+    // message box has these already and keeps its own, which on macOS make it an alert.)
     static void setDialogFlags(QWidget& window);
     // Widens the window's layout to titleWidth and each of its push buttons to buttonWidth, once the
     // window holds its controls and title.
