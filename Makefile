@@ -8,9 +8,23 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check layers portability clean
+.PHONY: all help bootstrap build build-asan test test-normal test-asan run bench fuzz format format-check layers portability clean
 
 all: build
+
+help:
+	@echo "make               the same as make build"
+	@echo "make run           the agent's main job against the demo signature server (builds first)"
+	@echo "make test          every test, in a normal and a sanitizer build (test-normal, test-asan: one of them)"
+	@echo "make build         the normal build in $(BUILD) (build-asan: the sanitizer build in $(ASAN_BUILD))"
+	@echo "make bench         the performance figures against their goals (docs/performance.md)"
+	@echo "make fuzz          every fuzz target for FUZZ_SECONDS each (default $(FUZZ_SECONDS))"
+	@echo "make format        clang-format every source file (format-check: only report)"
+	@echo "make layers        check that every include points into its own layer or one below"
+	@echo "make portability   compile the portable core as a Mac does, refusing Linux-only calls"
+	@echo "make bootstrap     install the packages the build needs, where missing"
+	@echo "make clean         remove $(BUILD) and $(ASAN_BUILD)"
+	@echo "One test: ctest --test-dir $(BUILD) -R NAME --output-on-failure (see README.md, Tests)"
 
 bootstrap:
 	@bash scripts/bootstrap

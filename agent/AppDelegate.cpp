@@ -108,6 +108,7 @@ void AppDelegate::autoUpdateSignatures() {
 }
 
 void AppDelegate::runOnce() {
+    once_ = true;
     writeBanner();
     Config::shared().logSettings();
     updateSignatures(false);
@@ -144,6 +145,10 @@ void AppDelegate::setLoading(bool loading) {
 }
 
 void AppDelegate::openApplyDialog() {
+    // A single run shows no window; its log, which the server receives too, says only what happened.
+    if (once_) {
+        return;
+    }
     menu_.openApplyDialog();
 }
 

@@ -83,6 +83,7 @@ private:
     LaunchAgent agent_;
     std::optional<Accessibility::Token> accessibilityObserver_;
     bool engineStarted_ = false;
+    bool once_ = false;              // a single run (runOnce): no dialog opens
     std::unique_ptr<UpdateRun> run_; // the run in progress, alive until its exchange is over
     std::function<void(bool)> updateFinished_;
 };

@@ -6,6 +6,8 @@
 #include "platform/Platform.h"
 #include "platform/Window.h"
 
+#include <filesystem>
+
 namespace varnoth {
 
 StatusMenu::StatusMenu(Window* applyWindow, Window* configWindow, std::function<void()> updateSignatures)
@@ -116,7 +118,16 @@ void StatusMenu::openConfiguration() {
 
 void StatusMenu::showLogs() {
     Logger::log("View Logs menu selected");
-    Platform::workspace().openFile(Logger::logFilePath());
+    const std::filesystem::path path = Logger::logFilePath();
+    // A desktop without an application for text files would otherwise leave the click without an answer.
+    Platform::workspace().openFile(path, [path](bool opened) {
+        if (!opened) {
+            Logger::log("Error: no application opened the log file " + path.string());
+            Platform::alerts().showModal(
+                "View Logs", "No application could open the log file. You find it at:\n" + path.string(),
+                "OK");
+        }
+    });
 }
 
 void StatusMenu::showAbout() {

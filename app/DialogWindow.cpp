@@ -1,5 +1,7 @@
 #include "app/DialogWindow.h"
 
+#include "app/WindowFrame.h"
+
 #include <QEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -8,6 +10,7 @@
 namespace varnoth {
 
 DialogWindow::DialogWindow() {
+    WindowFrame::setDialogFlags(dialog_);
     dialog_.installEventFilter(this);
 }
 
@@ -41,9 +44,12 @@ void DialogWindow::close() {
 
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == &dialog_) {
-        // Spontaneous show events come from the window system (a window restored from the Dock or
-        // taskbar); only the agent's own showing counts as appearing.
-        if (event->type() == QEvent::Show && !event->spontaneous()) {
+        if (event->type() == QEvent::Polish) {
+            // Once, before the first sizing or showing, when the subclass has laid out its form.
+            WindowFrame::fit(dialog_);
+        } else if (event->type() == QEvent::Show && !event->spontaneous()) {
+            // Spontaneous show events come from the window system (a window restored from the Dock or
+            // taskbar); only the agent's own showing counts as appearing.
             windowWillAppear();
         } else if (event->type() == QEvent::KeyPress &&
                    static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape) {

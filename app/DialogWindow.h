@@ -11,7 +11,8 @@ namespace varnoth {
 
 // A modeless dialog window of the agent. It tells its subclass when the window is about to appear
 // (each time it goes from hidden to shown, as a view controller hears it) and when the user presses
-// Escape, so both go through the dialog's controller.
+// Escape, so both go through the dialog's controller. It has one size, the one its form gives it with
+// room for its title and button texts, and can be moved and closed but not maximised.
 class DialogWindow : public QObject, public Window {
     Q_OBJECT
 

@@ -22,7 +22,9 @@ public:
     // The failure alert's window, as showModal shows it.
     static std::unique_ptr<QMessageBox> makeAlert(const std::string& title, const std::string& message,
                                                   const std::string& button);
-    bool openFile(const std::filesystem::path& path) override;
+    // The About window, as showAbout shows it.
+    static std::unique_ptr<QMessageBox> makeAbout();
+    void openFile(const std::filesystem::path& path, std::function<void(bool)> done) override;
     void activate() override;
     void showAbout() override;
     void terminate() override;

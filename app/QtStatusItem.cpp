@@ -1,6 +1,9 @@
 #include "app/QtStatusItem.h"
 
+#include <QCoreApplication>
 #include <QCursor>
+#include <QEvent>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPixmap>
 
@@ -8,6 +11,7 @@ namespace varnoth {
 
 QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder)
     : resourcesFolder_(std::move(resourcesFolder)) {
+    QCoreApplication::instance()->installEventFilter(this);
     tray_.setToolTip(QStringLiteral("Varnoth Brelvane Agent"));
 #ifndef Q_OS_MACOS
     // A click opens the menu, as on a menu-bar icon; many Linux trays open it only on a right click.
@@ -20,15 +24,28 @@ QtStatusItem::QtStatusItem(std::filesystem::path resourcesFolder)
 #endif
 }
 
+bool QtStatusItem::darkPanel(const QPalette& palette) {
+    return palette.color(QPalette::Window).lightness() < 128;
+}
+
+bool QtStatusItem::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::ApplicationPaletteChange && watched == QCoreApplication::instance() &&
+        !image_.empty()) {
+        tray_.setIcon(icon(image_));
+    }
+    return QObject::eventFilter(watched, event);
+}
+
 QIcon QtStatusItem::icon(const std::string& name) const {
-    QIcon result;
+    std::vector<QPixmap> images;
     for (const char* suffix : {"", "@2x"}) {
         const auto path = resourcesFolder_ / (name + suffix + ".png");
-        if (std::filesystem::exists(path)) {
-            result.addFile(QString::fromStdString(path.string()));
+        if (QPixmap image;
+            std::filesystem::exists(path) && image.load(QString::fromStdString(path.string()))) {
+            images.push_back(image);
         }
     }
-    if (result.isNull()) {
+    if (images.empty()) {
         // Without the bundle's images the tray still needs something to click.
         QPixmap pixmap(22, 22);
         pixmap.fill(Qt::transparent);
@@ -40,13 +57,31 @@ QIcon QtStatusItem::icon(const std::string& name) const {
             painter.setBrush(Qt::black);
             painter.drawEllipse(QPointF(11, 11), 3, 3);
         }
-        result = QIcon(pixmap);
+        images.push_back(pixmap);
     }
-    result.setIsMask(true);
+    QIcon result;
+#ifdef Q_OS_MACOS
+    for (const QPixmap& image : images) {
+        result.addPixmap(image);
+    }
+    result.setIsMask(true); // a template image, which the menu bar tints for its own appearance
+#else
+    const bool light = darkPanel(QGuiApplication::palette());
+    for (QPixmap image : images) {
+        if (light) {
+            // The same shape in white: the black one is nearly invisible on a dark panel.
+            QPainter painter(&image);
+            painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+            painter.fillRect(image.rect(), Qt::white);
+        }
+        result.addPixmap(image);
+    }
+#endif
     return result;
 }
 
 void QtStatusItem::setImage(const std::string& name) {
+    image_ = name;
     tray_.setIcon(icon(name));
     // Shown even while there is no tray: Qt puts the icon into a tray that appears later, as one does
     // when the agent starts at login before the desktop's panel.

@@ -9,8 +9,9 @@
 
 namespace varnoth {
 
-// The tray icon with its menu, drawing the agent's menu model with Qt widgets.
-class QtStatusItem final : public StatusItem {
+// The tray icon with its menu, drawing the agent's menu model with Qt widgets. The images are black
+// shapes: on macOS template images that the menu bar tints itself, elsewhere drawn light on a dark panel.
+class QtStatusItem final : public QObject, public StatusItem {
 public:
     explicit QtStatusItem(std::filesystem::path resourcesFolder);
 
@@ -21,6 +22,13 @@ public:
 
     QMenu* menu() { return menu_.get(); }
     QSystemTrayIcon& trayIcon() { return tray_; }
+    // Qt's palette is the one hint of the panel's colour a tray icon gets: a dark window colour means a
+    // dark panel.
+    static bool darkPanel(const QPalette& palette);
+
+protected:
+    // Follows a change of the palette (a switch to or from a dark theme) with the other variant.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QIcon icon(const std::string& name) const;
@@ -30,6 +38,7 @@ private:
     std::unique_ptr<QMenu> menu_;
     std::vector<QAction*> actions_;
     std::vector<MenuItem> items_;
+    std::string image_;
 };
 
 } // namespace varnoth

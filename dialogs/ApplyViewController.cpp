@@ -23,7 +23,8 @@ void ApplyViewController::updateMessage() {
     }
     if (signature->defaultSignatureAction == SignatureAction::dontchange &&
         signature->replySignatureAction == SignatureAction::dontchange) {
-        view_->setMessage(notChangedMessage);
+        // "Not changed" would deny the signatures this update has just installed.
+        view_->setMessage(signature->additionalSignatures.empty() ? notChangedMessage : installedMessage);
         allowAutomaticConfigure_ = false;
         return;
     }

@@ -15,6 +15,10 @@ class ApplyViewController {
 public:
     static constexpr const char* notChangedMessage =
         "Your Outlook signatures are configured not to be changed.";
+    // Further signatures were installed while both defaults stay as they are.
+    static constexpr const char* installedMessage =
+        "Your Outlook signatures have been updated. Your default signatures for new messages and for "
+        "replies and forwards are configured not to be changed.";
     static constexpr const char* manualMessage =
         "Your Outlook signatures have been updated. Please start Outlook, select Preferences from the main "
         "menu, open Signatures, and choose the appropriate signatures to be default for New messages and "

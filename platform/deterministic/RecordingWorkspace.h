@@ -6,13 +6,15 @@
 
 namespace varnoth {
 
+// Records every file asked to open; opens says whether an application takes it.
 class RecordingWorkspace final : public Workspace {
 public:
-    bool openFile(const std::filesystem::path& path) override {
+    void openFile(const std::filesystem::path& path, std::function<void(bool)> done) override {
         opened.push_back(path);
-        return true;
+        done(opens);
     }
     std::vector<std::filesystem::path> opened;
+    bool opens = true;
 };
 
 } // namespace varnoth

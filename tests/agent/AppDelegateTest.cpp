@@ -55,6 +55,7 @@ TEST_P(AppDelegateTest, StepsLogWhatTheirScenarioFileHolds) {
         {"wait", [&](auto& ms) { queue.advance(std::chrono::milliseconds(std::stoi(ms))), state(); }},
         {"rebuild", [&](auto&) { apps.back().statusMenu().constructMenu(); }},
         {"choose", [&](auto& title) { statusItem.choose(title); }},
+        {"no-opener", [&](auto&) { workspace.opens = false; }},
         {"terminate", [&](auto&) { apps.back().applicationWillTerminate(); }},
         {"entry", [&](auto& text) { writeFile(entry, text); }},
         {"no-entry", [&](auto&) { std::filesystem::remove(entry); }},
@@ -88,12 +89,16 @@ TEST_P(AppDelegateTest, StepsLogWhatTheirScenarioFileHolds) {
              for (const auto& path : workspace.opened) {
                  result += " " + path.filename().string();
              }
+             for (const auto& alert : alerts.shown) {
+                 result += "\nalert " + alert.title + ": " + alert.message;
+             }
          }},
     };
     expectTranscript("agent/" + GetParam(), [&](const std::string& step, const std::string& rest) {
         result.clear();
         steps.at(step)(unescaped(rest));
-        const std::string text = result + (result.empty() || result.ends_with("\n") ? "" : "\n") + look();
+        const std::string text = text::replaceAll(result, root().string(), "<root>") +
+                                 (result.empty() || result.ends_with("\n") ? "" : "\n") + look();
         return text::replaceAll(text.substr(0, text.size() - 1), "\n", "\n= ");
     });
 }

@@ -3,7 +3,9 @@
 #include "agent/AppDelegate.h"
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
+#include "app/QtDesktop.h"
 #include "app/QtStatusItem.h"
+#include "base/Logger.h"
 #include "base/TextValues.h"
 #include "platform/Platform.h"
 #include "tests/dialogs/ScriptedOutlook.h"
@@ -13,6 +15,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QLabel>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
@@ -155,6 +158,74 @@ TEST_F(QtWindowsTest, QtMenuShowsTheAgentsEntriesAndRunsTheirActions) {
     EXPECT_TRUE(tray.menu()->isVisible());
     tray.menu()->hide();
 }
+
+// Every window a user meets looks finished, by rules rather than pixels: the whole title fits beside a title
+// bar's buttons (in bold, with at least 100 px for them), each button keeps 8 px around its text, the size is
+// fixed and there is no maximise button, and no text repeats the title.
+TEST_F(QtWindowsTest, EveryWindowHasRoomForItsTitleAndItsButtonsAndOneSize) {
+    ApplyWindow apply;
+    ConfigurationWindow configuration;
+    const auto alert = QtDesktop::makeAlert("Update signatures failed", "Fetching signature failed", "OK");
+    const auto about = QtDesktop::makeAbout();
+    EXPECT_TRUE(about->text().contains("Version 1.0.0.1<"));
+    apply.controller().signature.emplace().replySignatureAction = SignatureAction::change;
+    apply.controller().updateMessage(); // the long message, with the configure button
+    QFont bold = QApplication::font();
+    bold.setBold(true);
+    for (QWidget* window :
+         std::vector<QWidget*>{&apply.dialog(), &configuration.dialog(), alert.get(), about.get()}) {
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window, 60000));
+        const QString title = window->windowTitle();
+        SCOPED_TRACE(title.toStdString());
+        EXPECT_GE(window->width(), QFontMetrics(bold).horizontalAdvance(title) + 100);
+        EXPECT_EQ(window->minimumSize(), window->maximumSize());
+        EXPECT_FALSE(window->windowFlags() & Qt::WindowMaximizeButtonHint);
+        for (const QPushButton* button : window->findChildren<QPushButton*>()) {
+            EXPECT_GE(button->width(), button->fontMetrics().horizontalAdvance(button->text()) + 16);
+        }
+        for (const QLabel* label : window->findChildren<QLabel*>()) {
+            EXPECT_NE(label->text(), title);
+        }
+    }
+}
+
+#ifndef Q_OS_MACOS
+// Whether an application took a file is xdg-open's exit status; without xdg-open none did.
+TEST_F(QtWindowsTest, OpeningAFileTellsWhetherAnApplicationTookIt) {
+    QtDesktop desktop(false);
+    setEnvironment("PATH", (root() / "bin").string());
+    for (const std::string status : {"0", "3", ""}) { // "": no xdg-open
+        writeFile(root() / "bin/xdg-open", "#!/bin/sh\nexit " + status + "\n");
+        std::filesystem::permissions(root() / "bin/xdg-open", status.empty()
+                                                                  ? std::filesystem::perms::none
+                                                                  : std::filesystem::perms::owner_all);
+        std::optional<bool> opened;
+        desktop.openFile(Logger::logFilePath(), [&](bool answer) { opened = answer; });
+        EXPECT_TRUE(QTest::qWaitFor([&] { return opened.has_value(); }, 60000));
+        EXPECT_EQ(opened, status == "0") << status;
+    }
+}
+
+// The tray icon is drawn white while Qt's palette is dark (a dark panel), black otherwise, following changes.
+TEST_F(QtWindowsTest, TrayIconIsLightOnADarkPanel) {
+    QtStatusItem tray(VARNOTH_TEST_RESOURCES);
+    tray.setImage("menu_icon");
+    const QPalette original = QGuiApplication::palette();
+    for (const int panel : {0, 255, 0}) {
+        QApplication::setPalette(QPalette(QColor(panel, panel, panel)));
+        const QImage image = tray.trayIcon().icon().pixmap(22, 22).toImage();
+        int opaque = 0, light = 0;
+        for (int i = 0; i < image.width() * image.height(); ++i) {
+            const QColor pixel = image.pixelColor(i % image.width(), i / image.width());
+            opaque += pixel.alpha() == 255, light += pixel.alpha() == 255 && pixel.lightness() > 128;
+        }
+        EXPECT_EQ(light, panel == 0 ? opaque : 0);
+        EXPECT_GT(opaque, 0);
+    }
+    QApplication::setPalette(original);
+}
+#endif
 
 } // namespace
 } // namespace varnoth::test

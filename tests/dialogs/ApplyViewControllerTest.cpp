@@ -31,6 +31,7 @@ protected:
     std::string look() {
         const std::map<std::string, std::string> messages = {
             {ApplyViewController::notChangedMessage, "not changed"},
+            {ApplyViewController::installedMessage, "installed"},
             {ApplyViewController::automaticMessage, "automatic"},
             {ApplyViewController::manualMessage, "manual"}};
         std::ostringstream out;
@@ -54,7 +55,8 @@ protected:
 
 // Each scenario is a step file of tests/golden/dialogs/apply/. message_and_button: one dialog reused for
 // every answer while the administrator changes the permission between updates; dontchange/dontchange means
-// "not changed" without the button, anything else follows the permission. configure: close only closes; each
+// "not changed" without the button (or "installed" when further signatures were), anything else follows the
+// permission. configure: close only closes; each
 // configure click logs, gets a fresh handler (which reuses the account already learned) and closes the
 // window, also when there is nothing to apply or applying fails.
 TEST_P(ApplyViewControllerTest, StepsLeaveTheDialogOfTheirScenarioFile) {
@@ -64,6 +66,9 @@ TEST_P(ApplyViewControllerTest, StepsLeaveTheDialogOfTheirScenarioFile) {
             if (!rest.empty()) {
                 answer.emplace().defaultSignatureAction = Action(rest[0] - '0');
                 answer->replySignatureAction = Action(rest[2] - '0');
+                if (rest.ends_with("+")) {
+                    answer->additionalSignatures["Legal"] = "<p>Legal</p>";
+                }
             }
             show(answer);
         } else if (step == "allow") { // the administrator's permission, as a new dialog reads it

@@ -254,6 +254,17 @@ TEST_F(UpdateRunTest, ACompleteRunLogsEachStep) {
                  {{root().string(), "<root>"}});
 }
 
+// A single run (--once) shows no window, so a run that would open the apply dialog neither opens nor
+// announces it.
+TEST_F(UpdateRunTest, ASingleRunNeitherOpensNorAnnouncesTheApplyDialog) {
+    serve({{mailbox, deployment}});
+    configure(server->port());
+    agent.runOnce();
+    queue.runUntilIdle(), queue.advance(1s), queue.runUntilIdle();
+    EXPECT_EQ(finished, Lines{"succeeded"});
+    EXPECT_EQ(applyWindow.shown + count("Opening apply signatures dialog"), 0);
+}
+
 // Without a fixed address or Outlook's default account the run fails: silently from the timer when so
 // configured, never from the menu; with Outlook's account it works.
 TEST_F(UpdateRunTest, WithoutAnAddressOnlyOutlooksAccountLetsTheRunGoOn) {

@@ -1,8 +1,9 @@
-// Shows both dialog windows in the states a user meets, the open tray menu and the failure alert, and
-// saves each as a PNG image, for the documentation. Usage: screenshots <output folder>; run it under a
-// display (xvfb-run) to get the real platform's rendering. Nothing outside a temporary folder is read or
-// written but the images.
+// Shows both dialog windows in the states a user meets, the open tray menu (also on a dark panel), the
+// failure alert and About, and saves each as a PNG image, for the documentation. Usage: screenshots <output
+// folder>; run it under a display (xvfb-run) to get the real platform's rendering. Nothing outside a
+// temporary folder is read or written but the images.
 
+#include "BuildInfo.h"
 #include "agent/AppDelegate.h"
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
@@ -17,7 +18,9 @@
 #include <QCheckBox>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPainter>
 #include <QTest>
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 
@@ -25,15 +28,42 @@ namespace {
 
 using namespace varnoth;
 
-bool save(QWidget& dialog, const std::filesystem::path& path) {
-    QApplication::processEvents();
-    QTest::qWait(100);
-    if (!dialog.grab().save(QString::fromStdString(path.string()), "PNG")) {
+bool save(const QPixmap& image, const std::filesystem::path& path) {
+    if (!image.save(QString::fromStdString(path.string()), "PNG")) {
         std::cerr << "screenshots: cannot write " << path << "\n";
         return false;
     }
     std::cout << path.string() << "\n";
     return true;
+}
+
+bool save(QWidget& window, const std::filesystem::path& path) {
+    QApplication::processEvents();
+    QTest::qWait(100);
+    return save(window.grab(), path);
+}
+
+// A dark panel holding the agent's idle and progress icons as the tray draws them there, with the open
+// menu in the dark theme below it.
+QPixmap darkPanel(QtStatusItem& tray) {
+    const QColor panel(40, 40, 44);
+    QApplication::setPalette(QPalette(panel));
+    tray.menu()->popup(QPoint(40, 40));
+    QApplication::processEvents();
+    QTest::qWait(100);
+    const QPixmap menu = tray.menu()->grab();
+    tray.menu()->hide();
+    QPixmap image(std::max(menu.width(), 120), 30 + menu.height());
+    image.fill(panel);
+    QPainter painter(&image);
+    int x = image.width() - 30;
+    for (const char* name : {"menu_icon_progress", "menu_icon"}) {
+        tray.setImage(name);
+        tray.trayIcon().icon().paint(&painter, QRect(x, 4, 22, 22));
+        x -= 30;
+    }
+    painter.drawPixmap(0, 30, menu);
+    return image;
 }
 
 void answer(ApplyWindow& window, SignatureAction newAction, SignatureAction replyAction) {
@@ -70,6 +100,9 @@ int main(int argc, char** argv) {
     ports.statusItem = &tray;
     ports.application = &desktop;
     ports.bundle.name = Config::baseName;
+    ports.bundle.displayName = build::displayName;
+    ports.bundle.shortVersion = build::shortVersion;
+    ports.bundle.version = build::bundleVersion;
     Platform::install(ports);
     // No configuration file: every setting at its default.
     Config::setShared(
@@ -113,6 +146,12 @@ int main(int argc, char** argv) {
         auto alert = QtDesktop::makeAlert("Update signatures failed", "Fetching signature failed", "OK");
         alert->show();
         saved &= save(*alert, output / "failure-alert.png");
+        alert->hide();
+        auto about = QtDesktop::makeAbout();
+        about->show();
+        saved &= save(*about, output / "about.png");
+        about->hide();
+        saved &= save(darkPanel(tray), output / "tray-dark-panel.png");
     }
 
     Config::setShared(nullptr);

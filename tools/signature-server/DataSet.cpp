@@ -102,6 +102,9 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
             if (key != "remove-other-signatures") {
                 fail("unknown global setting " + key);
             }
+            if (asciiLowercase(value) != "true" && asciiLowercase(value) != "false") {
+                fail("remove-other-signatures is true or false");
+            }
             data.removeOtherSignatures = asciiLowercase(value) == "true";
         } else if (current == nullptr) {
             fail("setting outside a section");
@@ -126,14 +129,15 @@ DataSet DataSet::load(const std::filesystem::path& folder) {
             current->removeOther = value;
         } else if (key == "group") {
             current->group = value;
+            current->groupLine = number;
         } else {
             fail("unknown setting " + key);
         }
     }
     for (const auto& [address, mailbox] : data.mailboxes) {
         if (mailbox.group && !data.groups.count(*mailbox.group)) {
-            throw std::runtime_error(configPath.string() + ": mailbox " + address +
-                                     " names the unknown group " + *mailbox.group);
+            number = mailbox.groupLine; // groups may follow their mailboxes, so the check comes last
+            fail("mailbox " + address + " names the unknown group " + *mailbox.group);
         }
     }
     return data;

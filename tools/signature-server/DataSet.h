@@ -23,6 +23,7 @@ struct Deployment {
     std::vector<std::pair<std::string, std::string>> additional; // signature name, file name
     std::optional<std::string> removeOther;                      // remove, preserve or global
     std::optional<std::string> group;                            // mailboxes only
+    int groupLine = 0;                                           // the line of signatures.conf naming it
 };
 
 // The demo server's data folder: signatures.conf and the templates folder. Loading checks every
