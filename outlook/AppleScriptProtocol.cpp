@@ -42,7 +42,8 @@ ScriptReply AppleScriptProtocol::send(std::string_view selector, const std::vect
     if (!reply.delivered) {
         lastFailure_ = reply;
         if (reply.errorNumber() != 0) {
-            Logger::log("Outlook script " + std::string(selector) + " failed: " + Logger::quoted(reply.error));
+            Logger::log("Outlook script " + std::string(selector) +
+                        " failed: " + Logger::quoted(reply.error));
         }
     }
     return reply;

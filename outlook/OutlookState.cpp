@@ -39,7 +39,8 @@ std::string OutlookState::cause(Blocker blocker) {
         // EnableNewOutlook 3 hides the switch and allows the new interface only.
         const auto managed = Platform::outlookEnvironment().managedEnableNewOutlook();
         if (managed == 3) {
-            return what + "the administrator's EnableNewOutlook value 3 allows new Outlook only; set it to 0, 1 or 2";
+            return what + "the administrator's EnableNewOutlook value 3 allows new Outlook only; set it to "
+                          "0, 1 or 2";
         }
         return what + "turn off New Outlook in Outlook's Outlook menu" +
                (managed ? " (the administrator's EnableNewOutlook value is " + std::to_string(*managed) + ")"

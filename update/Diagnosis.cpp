@@ -26,7 +26,9 @@ Diagnosis::Diagnosis(std::ostream& out) : out_(out) {}
 Diagnosis::~Diagnosis() = default;
 
 std::string Diagnosis::line(const Check& check) {
-    const char* status = check.status == Status::ok ? "ok" : check.status == Status::warning ? "warning" : "failed";
+    const char* status = check.status == Status::ok        ? "ok"
+                         : check.status == Status::warning ? "warning"
+                                                           : "failed";
     std::string text = status;
     text.resize(8, ' ');
     return text + check.what + ": " + check.reason;
@@ -39,10 +41,10 @@ void Diagnosis::start(std::function<void(int)> done) {
     const auto file = report.config().usedFile();
     head_.push_back({report.fileRead() ? Status::ok : Status::failed, "configuration file",
                      report.fileRead() ? file->string()
-                     : file          ? file->string() + " cannot be read; every setting has its default"
-                                     : "none found; every setting has its default"});
-    std::istringstream settings(report.text().substr(std::min(report.text().find("Effective settings"),
-                                                              report.text().size())));
+                     : file            ? file->string() + " cannot be read; every setting has its default"
+                                       : "none found; every setting has its default"});
+    std::istringstream settings(
+        report.text().substr(std::min(report.text().find("Effective settings"), report.text().size())));
     for (std::string text; std::getline(settings, text);) {
         if (!text.empty() && text.find(':') != std::string::npos && !text.ends_with(":")) {
             head_.push_back({Status::ok, "", text});
@@ -78,10 +80,10 @@ void Diagnosis::checkOutlook() {
     }
     tail_.push_back({Status::ok, "Outlook mode", "legacy Outlook, whose signatures the agent can manage"});
     tail_.push_back({Status::ok, "automation of Outlook", "allowed"});
-    tail_.push_back(Platform::accessibility().isTrusted(false)
-                        ? Check{Status::ok, "accessibility", "granted"}
-                        : Check{Status::warning, "accessibility",
-                                OutlookState::cause(Blocker::accessibilityMissing)});
+    tail_.push_back(
+        Platform::accessibility().isTrusted(false)
+            ? Check{Status::ok, "accessibility", "granted"}
+            : Check{Status::warning, "accessibility", OutlookState::cause(Blocker::accessibilityMissing)});
 }
 
 void Diagnosis::checkServer(const std::string& address) {
@@ -100,15 +102,18 @@ void Diagnosis::checkServer(const std::string& address) {
         finish({Status::failed, "signature server", "SignatureServerAddress is not set"});
         return;
     }
-    const std::string where = config.SignatureServerAddress() + ":" + std::to_string(config.SignatureServerPort());
+    const std::string where =
+        config.SignatureServerAddress() + ":" + std::to_string(config.SignatureServerPort());
     // Without an address of its own the request still shows that the server answers.
     const std::string asked = address.empty() ? "diagnosis@invalid" : address;
     service_ = std::make_shared<NetworkService>();
     service_->getSignatures(asked, [this, where, asked](std::optional<SignatureDescriptor> answer) {
         if (!answer) {
-            finish({Status::failed, "signature server", "no usable answer from " + where + " (the log says why)"});
+            finish({Status::failed, "signature server",
+                    "no usable answer from " + where + " (the log says why)"});
         } else if (answer->noSetting) {
-            finish({Status::warning, "signature server", where + " answered: no signatures assigned to " + asked});
+            finish({Status::warning, "signature server",
+                    where + " answered: no signatures assigned to " + asked});
         } else {
             finish({Status::ok, "signature server", where + " answered with the signatures of " + asked});
         }
@@ -120,14 +125,16 @@ void Diagnosis::finish(Check server) {
     checks.push_back(std::move(server));
     checks.insert(checks.end(), tail_.begin(), tail_.end());
     if (LoginItem* item = Platform::loginItem()) {
-        checks.push_back(item->isInstalled()
-                             ? Check{Status::ok, "login item", "installed; the agent starts at login"}
-                             : Check{Status::warning, "login item", "not installed; the agent does not start at login"});
+        checks.push_back(
+            item->isInstalled()
+                ? Check{Status::ok, "login item", "installed; the agent starts at login"}
+                : Check{Status::warning, "login item", "not installed; the agent does not start at login"});
     }
     const auto last = LastRun::read();
     checks.push_back(!last ? Check{Status::warning, "last run", "none recorded"}
-                     : last->succeeded ? Check{Status::ok, "last run", last->time + ", succeeded"}
-                                       : Check{Status::warning, "last run", last->time + ", failed: " + last->failure});
+                     : last->succeeded
+                         ? Check{Status::ok, "last run", last->time + ", succeeded"}
+                         : Check{Status::warning, "last run", last->time + ", failed: " + last->failure});
     bool failed = false;
     for (const auto& check : checks) {
         out_ << (check.what.empty() ? "        " + check.reason : line(check)) << "\n";

@@ -32,12 +32,14 @@ std::optional<std::string> held(OutlookHandler& outlook, const std::string& name
 }
 
 // "create" or "update" when the run would write the signature, as the run compares it; else nothing.
-std::optional<std::string> write(OutlookHandler& outlook, const std::string& name, const std::string& content) {
+std::optional<std::string> write(OutlookHandler& outlook, const std::string& name,
+                                 const std::string& content) {
     const auto current = held(outlook, name);
     if (!current || current->empty()) {
         return "create signature " + named(name);
     }
-    if (SignatureFormMemory::holds(name, *current, content) || OutlookHandler::canonicallyEqual(*current, content)) {
+    if (SignatureFormMemory::holds(name, *current, content) ||
+        OutlookHandler::canonicallyEqual(*current, content)) {
         return std::nullopt;
     }
     return "update signature " + named(name);
@@ -113,8 +115,8 @@ std::vector<std::string> DryRun::changes(const SignatureDescriptor& answer, Outl
     plan(answer.replySignatureAction, answer.replySignature, OutlookHandler::replySignatureName,
          "replies and forwards");
 
-    for (const auto& name : Platform::userDefaults().stringArray("additionalSignatures").value_or(
-             std::vector<std::string>{})) {
+    for (const auto& name :
+         Platform::userDefaults().stringArray("additionalSignatures").value_or(std::vector<std::string>{})) {
         if (answer.additionalSignatures.count(name) == 0) {
             lines.push_back("delete signature " + named(name) + " (no longer assigned)");
         }

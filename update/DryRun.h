@@ -26,7 +26,7 @@ public:
     static constexpr int wouldChange = 3;
 
     struct Options {
-        std::string email;                 // empty: the address a run would use
+        std::string email;                // empty: the address a run would use
         std::filesystem::path answerFile; // empty: ask the server
     };
 

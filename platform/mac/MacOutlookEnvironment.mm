@@ -63,8 +63,8 @@ std::optional<long> MacOutlookEnvironment::managedEnableNewOutlook() {
 OutlookEnvironment::Automation MacOutlookEnvironment::automation() {
     const char* identifier = bundleIdentifier;
     AEAddressDesc target;
-    if (AECreateDesc(typeApplicationBundleID, identifier, static_cast<Size>(std::strlen(identifier)), &target) !=
-        noErr) {
+    if (AECreateDesc(typeApplicationBundleID, identifier, static_cast<Size>(std::strlen(identifier)),
+                     &target) != noErr) {
         return Automation::unknown;
     }
     // Never prompts: the prompt belongs to the first real event, when the user expects Outlook to move.

@@ -35,7 +35,8 @@ BOOL VarnothSendObjCMessage(id receiver, SEL selector, NSArray* arguments, id* r
         // apart by the AppleScript error number, so the text always ends in it when there is one.
         NSString* reason = [exception reason];
         id number = [[exception userInfo] objectForKey:@"NSAppleScriptErrorNumber"];
-        if ([number isKindOfClass:[NSNumber class]] && [reason rangeOfString:@"(error "].location == NSNotFound) {
+        if ([number isKindOfClass:[NSNumber class]] &&
+            [reason rangeOfString:@"(error "].location == NSNotFound) {
             reason = [NSString stringWithFormat:@"%@ (error %ld)", reason, (long)[number longValue]];
         }
         *failure = [NSString stringWithFormat:@"%@: %@", [exception name], reason];

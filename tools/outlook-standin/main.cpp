@@ -134,8 +134,9 @@ int answer(OutlookStandInStore& store, const std::string& selector) {
     }
     // New Outlook answers its version and little else: no signatures, no default account.
     if (store.state("mode") == "new" && selector != Selector::getVersion) {
-        return selector.starts_with("get") ? refuse("Microsoft Outlook got an error: Can't get signature.", -1728)
-                                           : refuse("Microsoft Outlook got an error: It doesn't understand the message.", -1708);
+        return selector.starts_with("get")
+                   ? refuse("Microsoft Outlook got an error: Can't get signature.", -1728)
+                   : refuse("Microsoft Outlook got an error: It doesn't understand the message.", -1708);
     }
 
     if (selector == Selector::getVersion) {
