@@ -1,5 +1,6 @@
 #include "update/Diagnosis.h"
 
+#include "base/Logger.h"
 #include "config/Config.h"
 #include "config/ConfigReport.h"
 #include "outlook/OutlookHandler.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <ostream>
 #include <sstream>
+#include <utility>
 
 namespace varnoth {
 
@@ -68,7 +70,8 @@ void Diagnosis::checkOutlook() {
         tail_.push_back({Status::failed, "Outlook", cause});
         return;
     }
-    const auto version = blocker == Blocker::none ? outlook_->getVersion() : std::nullopt;
+    const bool answers = blocker == Blocker::none || blocker == Blocker::newMode;
+    const auto version = answers ? outlook_->getVersion() : std::nullopt;
     tail_.push_back({Status::ok, "Outlook", version ? "version " + *version + " installed" : "installed"});
     if (blocker == Blocker::newMode) {
         tail_.push_back({Status::failed, "Outlook mode", cause});
@@ -106,11 +109,19 @@ void Diagnosis::checkServer(const std::string& address) {
         config.SignatureServerAddress() + ":" + std::to_string(config.SignatureServerPort());
     // Without an address of its own the request still shows that the server answers.
     const std::string asked = address.empty() ? "diagnosis@invalid" : address;
+    // The exchange's last line says why it failed, so it is captured as a run's lines are.
+    Logger::captureEnabled = true;
+    Logger::capturedLog.clear();
     service_ = std::make_shared<NetworkService>();
     service_->getSignatures(asked, [this, where, asked](std::optional<SignatureDescriptor> answer) {
+        std::string lines = std::exchange(Logger::capturedLog, {});
+        Logger::captureEnabled = false;
         if (!answer) {
+            lines.erase(lines.find_last_not_of('\n') + 1);
+            const auto last = lines.rfind('\n') + 1; // 0 for the only line
+            const auto message = lines.size() > last + 21 ? lines.substr(last + 21) : "the log says why";
             finish({Status::failed, "signature server",
-                    "no usable answer from " + where + " (the log says why)"});
+                    "no usable answer from " + where + " (" + message + ")"});
         } else if (answer->noSetting) {
             finish({Status::warning, "signature server",
                     where + " answered: no signatures assigned to " + asked});

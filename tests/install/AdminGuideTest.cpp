@@ -182,12 +182,14 @@ TEST_F(AdminGuideTest, TroubleshootingGivesTheCauseLinesChecklistLinesAndExitSta
     for (const auto& document : {std::string(VARNOTH_ADMIN_GUIDE), std::string(VARNOTH_README)}) {
         const auto text = std::regex_replace(readWholeFile(document), std::regex("\\s+"), " ");
         EXPECT_NE(text.find("`--dry-run` " + dryRun), std::string::npos) << document;
-        EXPECT_NE(text.find("`--diagnose` exits with 0 when no check failed and 1 otherwise"), std::string::npos)
+        EXPECT_NE(text.find("`--diagnose` exits with 0 when no check failed and 1 otherwise"),
+                  std::string::npos)
             << document;
     }
     const auto manual = std::regex_replace(readWholeFile(VARNOTH_MANUAL_PAGE), std::regex("\\s+"), " ");
     EXPECT_NE(manual.find(".B \\-\\-dry\\-run " + dryRun), std::string::npos);
-    EXPECT_NE(manual.find(".B \\-\\-diagnose exits with 0 when no check failed and 1 otherwise"), std::string::npos);
+    EXPECT_NE(manual.find(".B \\-\\-diagnose exits with 0 when no check failed and 1 otherwise"),
+              std::string::npos);
 }
 
 } // namespace

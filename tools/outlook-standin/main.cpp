@@ -77,8 +77,10 @@ void list(const OutlookStandInStore& store) {
               << "Version: " << printable(store.version()) << "\n"
               << "Default account: " << (account.empty() ? "(none)" : printable(account)) << "\n"
               << "Form: " << printable(store.form()) << "\n";
-    for (const auto& choice : OutlookStandInStore::stateKeys) {
-        std::cout << "State " << choice.key << ": " << store.state(choice.key) << "\n";
+    for (const auto& choice : OutlookStandInStore::stateKeys) { // shown when the store plays a fault
+        if (store.state(choice.key) != choice.normal) {
+            std::cout << "State " << choice.key << ": " << store.state(choice.key) << "\n";
+        }
     }
     const auto names = store.signatureNames();
     std::cout << "Signatures: " << names.size() << "\n";
@@ -135,7 +137,10 @@ int answer(OutlookStandInStore& store, const std::string& selector) {
     // New Outlook answers its version and little else: no signatures, no default account.
     if (store.state("mode") == "new" && selector != Selector::getVersion) {
         return selector.starts_with("get")
-                   ? refuse("Microsoft Outlook got an error: Can't get signature.", -1728)
+                   ? refuse(selector == Selector::getDefaultAccount
+                                ? "Microsoft Outlook got an error: Can't get default account."
+                                : "Microsoft Outlook got an error: Can't get signature.",
+                            -1728)
                    : refuse("Microsoft Outlook got an error: It doesn't understand the message.", -1708);
     }
 
