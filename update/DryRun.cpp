@@ -117,7 +117,10 @@ std::vector<std::string> DryRun::changes(const SignatureDescriptor& answer, Outl
 
     for (const auto& name :
          Platform::userDefaults().stringArray("additionalSignatures").value_or(std::vector<std::string>{})) {
-        if (answer.additionalSignatures.count(name) == 0) {
+        // One that the removal of other signatures takes already goes once.
+        const bool removed = std::ranges::find(lines, "delete signature " + named(name) +
+                                                          " (not in the deployment)") != lines.end();
+        if (answer.additionalSignatures.count(name) == 0 && !removed) {
             lines.push_back("delete signature " + named(name) + " (no longer assigned)");
         }
     }

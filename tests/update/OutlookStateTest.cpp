@@ -4,6 +4,7 @@
 
 #include "outlook/OutlookState.h"
 #include "platform/Platform.h"
+#include "server/Framing.h"
 #include "tests/support/RunTest.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 #include "update/DryRun.h"
@@ -62,10 +63,10 @@ protected:
         Platform::install(ports);
         app.setUpdateFinishedHandler([&](bool ok) { results.push_back(ok); });
     }
-    int dryRun(std::string& printed) {
+    int dryRun(std::string& printed, const std::filesystem::path& answer = {}) {
         std::ostringstream out;
         int status = -1;
-        DryRun preview({mailbox, {}}, out);
+        DryRun preview({mailbox, answer}, out);
         preview.start([&](int exit) { status = exit; });
         queue.runUntilIdle(), queue.advance(std::chrono::seconds(1)), queue.runUntilIdle();
         printed = out.str();
@@ -181,6 +182,18 @@ TEST_F(OutlookStateTest, DryRunPrintsWhatARunWouldChangeAndWritesNothing) {
     run(app);
     EXPECT_EQ(dryRun(printed), DryRun::nothingToChange);
     EXPECT_EQ(printed, std::string("Mailbox: ") + mailbox + "\nno changes\n");
+    // Offline, from a saved answer as a file holds it or as the wire carries it (UTF-16, framed).
+    const auto saved =
+        std::filesystem::path(VARNOTH_EXAMPLES_DIR) / "../fuzz/corpus/signature_answer/full.xml";
+    writeFile(root() / "wire.bin", framing::frameText(readWholeFile(saved)));
+    for (const auto& answer : {saved, root() / "wire.bin"}) {
+        EXPECT_EQ(dryRun(printed, answer), DryRun::wouldChange);
+        EXPECT_EQ(printed, "delete signature 'Gr\u00FC\u00DFe' (not in the deployment)\n"
+                           "delete signature 'Mine' (not in the deployment)\n"
+                           "update signature 'Default New Email Signature'\n"
+                           "default for new messages: 'Default New Email Signature'\n"
+                           "update signature 'Legal'\napply dialog: would open\n");
+    }
     OutlookStandInStore(storeFolder()).setState("mode", "new");
     EXPECT_EQ(dryRun(printed), DryRun::failed);
     EXPECT_EQ(printed, "failed: " + OutlookState::cause(Blocker::newMode) + "\n");
