@@ -3,6 +3,7 @@
 #include "base/Logger.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
+#include "update/LastRun.h"
 
 #include <cmath>
 
@@ -46,6 +47,7 @@ void AppDelegate::setUpAgent() {
     writeBanner();
     menu_.setLoading(false);
     menu_.constructMenu();
+    LastRun::show();
 
     if (Platform::accessibility().isTrusted(false)) {
         Logger::log("Accessibility permission is set up correctly");
@@ -153,6 +155,7 @@ void AppDelegate::openApplyDialog() {
 }
 
 void AppDelegate::updateFinished(bool success) {
+    LastRun::record(success, run_ ? run_->failure() : std::string());
     // The run's last step (sending the deployment log) is already queued; release the run after it.
     if (run_) {
         Platform::mainQueue().post([run = std::shared_ptr<UpdateRun>(std::move(run_))] {});

@@ -17,12 +17,15 @@
 #include "platform/posix/PosixHostInfo.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/SystemClock.h"
+#include "update/Diagnosis.h"
+#include "update/DryRun.h"
 
 #ifdef __APPLE__
 #include "launchd/LaunchdLoginItem.h"
 #include "platform/mac/MacAccessibility.h"
 #include "platform/mac/MacBundle.h"
 #include "platform/mac/MacHostInfo.h"
+#include "platform/mac/MacOutlookEnvironment.h"
 #include "platform/mac/MacUserDefaults.h"
 #else
 #include "platform/linux/XdgAutostartLoginItem.h"
@@ -127,6 +130,11 @@ std::string AgentApplication::usage() {
            "Without an option it runs as a menu-bar (tray) agent.\n\n"
            "Options:\n"
            "  --once        run one update as the timer does, then exit (0 when it succeeded)\n"
+           "  --dry-run [--email ADDRESS] [--answer FILE]\n"
+           "                print what an update would change, one line per change, writing nothing;\n"
+           "                exit 0 when nothing would change, 3 when something would, 1 on failure\n"
+           "  --diagnose    check the configuration, the signature server, Outlook and its\n"
+           "                permissions, the login item and the last run; exit 1 when a check failed\n"
            "  --print-config\n"
            "                show which configuration file is used and the effective settings, then\n"
            "                exit (1 when no configuration file was found or read)\n"
@@ -166,7 +174,24 @@ BundleInfo AgentApplication::bundleInfo(const std::string& executablePath) {
 int AgentApplication::main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     bool once = false;
-    for (const auto& argument : arguments) {
+    enum class Check { none, dryRun, diagnose } check = Check::none;
+    DryRun::Options dryRunOptions;
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        const std::string& argument = arguments[index];
+        if ((argument == "--email" || argument == "--answer") && check == Check::dryRun &&
+            index + 1 < arguments.size()) {
+            if (argument == "--email") {
+                dryRunOptions.email = arguments[++index];
+            } else {
+                dryRunOptions.answerFile = arguments[++index];
+            }
+            continue;
+        }
+        if (argument == "--dry-run" || argument == "--diagnose") {
+            check = argument == "--dry-run" ? Check::dryRun : Check::diagnose;
+            once = true; // headless, and beside a running tray agent
+            continue;
+        }
         if (argument == "--help" || argument == "-h") {
             std::cout << usage();
             return 0;
@@ -234,6 +259,11 @@ int AgentApplication::main(int argc, char** argv) {
     if (macAccessibility) {
         ports.accessibility = macAccessibility.get();
     }
+    // What the system knows of Outlook, unless the stand-in plays it.
+    MacOutlookEnvironment outlookEnvironment;
+    if (!Platform::standInScripts()) {
+        ports.outlook = &outlookEnvironment;
+    }
 #endif
     ports.statusItem = statusItem.get();
     ports.alerts = &desktop;
@@ -266,7 +296,18 @@ int AgentApplication::main(int argc, char** argv) {
         }
         QCoreApplication::exit(once ? 1 : 0);
     });
-    if (once) {
+    std::unique_ptr<DryRun> dryRun;
+    std::unique_ptr<Diagnosis> diagnosis;
+    const auto quitWith = [&mainQueue](int status) {
+        mainQueue.post([status] { QCoreApplication::exit(status); });
+    };
+    if (check == Check::dryRun) {
+        dryRun = std::make_unique<DryRun>(dryRunOptions, std::cout);
+        mainQueue.post([&] { dryRun->start(quitWith); });
+    } else if (check == Check::diagnose) {
+        diagnosis = std::make_unique<Diagnosis>(std::cout);
+        mainQueue.post([&] { diagnosis->start(quitWith); });
+    } else if (once) {
         // The deployment log's send is queued when the run ends; quitting behind it lets it go out.
         delegate.setUpdateFinishedHandler([&mainQueue](bool succeeded) {
             mainQueue.post([succeeded] { QCoreApplication::exit(succeeded ? 0 : 1); });

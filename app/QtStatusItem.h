@@ -19,6 +19,7 @@ public:
     void setImage(const std::string& name) override;
     void setMenu(std::vector<MenuItem> items) override;
     void setChecked(std::size_t index, bool checked) override;
+    void setToolTip(const std::string& text) override { tray_.setToolTip(QString::fromStdString(text)); }
 
     QMenu* menu() { return menu_.get(); }
     QSystemTrayIcon& trayIcon() { return tray_; }

@@ -1,5 +1,7 @@
 #include "outlook/AppleScriptProtocol.h"
 
+#include "base/Logger.h"
+
 #include <algorithm>
 #include <exception>
 
@@ -31,11 +33,20 @@ bool AppleScriptProtocol::deliver(std::string_view selector, const std::vector<s
 
 ScriptReply AppleScriptProtocol::send(std::string_view selector, const std::vector<std::string>& arguments) {
     // Whatever goes wrong on the far side is that operation's failure; the agent carries on.
+    ScriptReply reply;
     try {
-        return object_->send(selector, arguments);
+        reply = object_->send(selector, arguments);
     } catch (const std::exception& error) {
-        return ScriptReply::failed(error.what());
+        reply = ScriptReply::failed(error.what());
     }
+    if (!reply.delivered) {
+        lastFailure_ = reply;
+        if (reply.errorNumber() != 0) {
+            Logger::log("Outlook script " + std::string(selector) +
+                        " failed: " + Logger::quoted(reply.error));
+        }
+    }
+    return reply;
 }
 
 std::optional<std::string> AppleScriptProtocol::getDefaultAccount() {

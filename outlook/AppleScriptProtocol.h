@@ -13,7 +13,9 @@ namespace varnoth {
 
 // The thirteen operations of the Outlook script class "OutlookScriptObj", sent to one script object.
 // Text operations give nothing when the message failed and empty text when the script returned none;
-// the other operations give whether the message was delivered. Nothing is logged here.
+// the other operations give whether the message was delivered. A message that fails with an
+// AppleScript error number is logged with it, so a refused automation (-1743) or an Outlook that does
+// not understand the message (-1708) stays apart from a missing signature; lastFailure() keeps it.
 class AppleScriptProtocol {
 public:
     static constexpr const char* className = "OutlookScriptObj";
@@ -76,12 +78,16 @@ public:
     // Outlook's signature names; a name that holds a line break comes as its pieces.
     std::optional<std::vector<std::string>> getSignatureNames();
 
+    // The last failed message's reply of this object; delivered when none failed.
+    const ScriptReply& lastFailure() const { return lastFailure_; }
+
 private:
     std::optional<std::string> text(std::string_view selector, const std::vector<std::string>& arguments);
     bool deliver(std::string_view selector, const std::vector<std::string>& arguments);
     ScriptReply send(std::string_view selector, const std::vector<std::string>& arguments);
 
     std::unique_ptr<ScriptObject> object_;
+    ScriptReply lastFailure_ = ScriptReply::nothing();
 };
 
 } // namespace varnoth

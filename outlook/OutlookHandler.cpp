@@ -94,14 +94,49 @@ OutlookHandler::OutlookHandler() {
     } catch (const std::exception&) {
         // Without scripts every operation below fails on its own, with its own line.
     }
+    // Asking a missing Outlook would have the system look for it; a refused one answers nothing.
+    OutlookEnvironment& system = Platform::outlookEnvironment();
+    if (system.installed() == false) {
+        blocker_ = OutlookState::Blocker::notInstalled;
+    } else if (system.automation() == OutlookEnvironment::Automation::refused) {
+        blocker_ = OutlookState::Blocker::automationRefused;
+    }
+    if (blocker_ != OutlookState::Blocker::none) {
+        return;
+    }
     if (const auto version = getVersion()) {
         Logger::log("Outlook " + Logger::quoted(*version) + " is installed");
-    } else {
+    } else if (blocker_ == OutlookState::Blocker::none) {
         Logger::log("Error: Cannot get Outlook version");
     }
-    if (!defaultAccount) {
+    if (!defaultAccount && blocker_ == OutlookState::Blocker::none) {
         defaultAccount = getDefaultAccount();
     }
+}
+
+bool OutlookHandler::noteBlocker(const AppleScriptProtocol& script) {
+    const auto found = OutlookState::fromErrorNumber(script.lastFailure().errorNumber());
+    if (found == OutlookState::Blocker::none) {
+        return false;
+    }
+    if (blocker_ == OutlookState::Blocker::none) {
+        blocker_ = found;
+    }
+    return true;
+}
+
+OutlookState::Blocker OutlookHandler::blocker() {
+    if (blocker_ == OutlookState::Blocker::none && !probed_) {
+        probed_ = true;
+        if (auto script = makeScriptObject(); script && !script->getSignatureNames()) {
+            noteBlocker(*script);
+        }
+    }
+    if (blocker_ == OutlookState::Blocker::automationRefused &&
+        Platform::outlookEnvironment().runningNewOutlook() == true) {
+        blocker_ = OutlookState::Blocker::newMode;
+    }
+    return blocker_;
 }
 
 std::optional<AppleScriptProtocol> OutlookHandler::makeScriptObject() {
@@ -120,6 +155,9 @@ std::optional<std::string> OutlookHandler::getVersion() {
         if (version && !version->empty()) {
             return version;
         }
+        if (noteBlocker(*script)) {
+            return std::nullopt; // the run names the cause once
+        }
     }
     Logger::log("Error: cannot get Outlook version");
     return std::nullopt;
@@ -132,6 +170,9 @@ std::optional<std::string> OutlookHandler::getDefaultAccount() {
         if (account && !account->empty()) {
             Logger::log("Successfully got default Outlook account name: " + Logger::quoted(*account));
             return account;
+        }
+        if (noteBlocker(*script)) {
+            return std::nullopt;
         }
     }
     Logger::log("Error: cannot get default Outlook account name");

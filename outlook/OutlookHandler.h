@@ -1,6 +1,7 @@
 #pragma once
 
 #include "outlook/AppleScriptProtocol.h"
+#include "outlook/OutlookState.h"
 #include "server/SignatureDescriptor.h"
 
 #include <optional>
@@ -25,7 +26,14 @@ public:
     static inline std::optional<std::string> defaultAccount;
 
     // Loads the scripts, logs the version line and learns the default account while it is unknown.
+    // When the system already knows that Outlook is missing or its automation refused, or a message
+    // fails with a number that names a cause, none of that is logged: blocker() names the cause.
     OutlookHandler();
+
+    // What keeps this handler's operations from working, learnt once: the construction's findings,
+    // else one reading message that needs Outlook's signature scripting. A refusal while the user's
+    // preferences start Outlook in new mode counts as the new mode, which the user must leave anyway.
+    OutlookState::Blocker blocker();
 
     std::optional<std::string> getVersion();
     std::optional<std::string> getDefaultAccount();
@@ -62,6 +70,8 @@ public:
     static bool canonicallyEqual(const std::string& first, const std::string& second);
 
 private:
+    // Takes the cause a failed message of the script names; true when there is one.
+    bool noteBlocker(const AppleScriptProtocol& script);
     bool needsUpdate(const std::string& name, const std::string& content, const std::string& successPrefix,
                      const std::string& readError);
     bool create(const std::string& name, const std::string& content);
@@ -72,6 +82,8 @@ private:
     static bool refusedName(const std::string& name, const char* action);
     static bool refusedContent(const std::string& name, const std::string& content);
 
+    OutlookState::Blocker blocker_ = OutlookState::Blocker::none;
+    bool probed_ = false;
     const std::string newEmailDesc = newSignatureName;
     const std::string replyEmailDesc = replySignatureName;
 };

@@ -129,6 +129,11 @@ LoginItem* Platform::loginItem() {
     return current().loginItem;
 }
 
+OutlookEnvironment& Platform::outlookEnvironment() {
+    static OutlookEnvironment unknown;
+    return current().outlook != nullptr ? *current().outlook : unknown;
+}
+
 const BundleInfo& Platform::bundle() {
     return current().bundle;
 }

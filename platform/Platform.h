@@ -7,6 +7,7 @@
 #include "platform/Clock.h"
 #include "platform/HostInfo.h"
 #include "platform/MainQueue.h"
+#include "platform/OutlookEnvironment.h"
 #include "platform/ProcessLauncher.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
@@ -37,6 +38,7 @@ public:
         Application* application = nullptr;
         ScriptHost* scriptHost = nullptr; // runs the bundle's Outlook script
         LoginItem* loginItem = nullptr;   // the agent's own launch-at-login entry
+        OutlookEnvironment* outlook = nullptr;
         BundleInfo bundle;
     };
 
@@ -61,6 +63,8 @@ public:
     // awaited. A Mac's automated tests set it, so that none drives a real Outlook or waits on a prompt.
     static std::optional<std::filesystem::path> standInScripts();
     static LoginItem* loginItem(); // none where the platform offers no login items
+    // Answers nothing but "unknown" unless a port is installed.
+    static OutlookEnvironment& outlookEnvironment();
     static const BundleInfo& bundle();
 };
 

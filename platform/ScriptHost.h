@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,8 +16,21 @@ struct ScriptReply {
     bool delivered = false;
     // The returned text (UTF-8); nothing when the operation returns nothing.
     std::optional<std::string> text;
-    // Why the message failed, for diagnostics only.
+    // Why the message failed. An AppleScript error ends in its number, as "(error -1743)".
     std::string error;
+
+    // The AppleScript error number the failure names; 0 when it names none.
+    int errorNumber() const {
+        const auto at = error.rfind("(error ");
+        if (at == std::string::npos) {
+            return 0;
+        }
+        try {
+            return std::stoi(error.substr(at + 7));
+        } catch (const std::exception&) {
+            return 0;
+        }
+    }
 
     static ScriptReply failed(std::string why) { return {false, std::nullopt, std::move(why)}; }
     static ScriptReply nothing() { return {true, std::nullopt, {}}; }

@@ -19,6 +19,8 @@ public:
     virtual void setMenu(std::vector<MenuItem> items) = 0;
     // Sets the check mark of the menu entry at the index given to setMenu.
     virtual void setChecked(std::size_t index, bool checked) = 0;
+    // The text shown when the pointer rests on the icon; an item without one ignores it.
+    virtual void setToolTip(const std::string& text) { (void)text; }
 };
 
 } // namespace varnoth

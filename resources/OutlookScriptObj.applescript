@@ -16,10 +16,12 @@
 -- English labels, except the Signatures button of the Settings window. That window stays open for the
 -- user to close, as the apply dialog says.
 --
--- The "new Outlook" interface scripts almost nothing: no signatures, no default account. There the
--- handlers raise errors (the agent logs the operation as failed) instead of pretending to succeed.
--- Any error a handler raises reaches the agent as a failed operation; none is swallowed except where
--- the agent expects empty text (no version, no default account, no such signature).
+-- The "new Outlook" interface scripts almost nothing: no signatures, no default account. There
+-- Outlook's own errors (-1708 "doesn't understand", -1728 "can't get") reach the agent as they are,
+-- and so does -1743 when the user refused the agent's automation of Outlook: the agent names the
+-- cause by the error number. No handler swallows an error; the reading handlers answer empty text
+-- only where Outlook itself has nothing (no default account, no such signature), and a missing
+-- Outlook raises -10814 as Launch Services reports it.
 
 use AppleScript version "2.4"
 use framework "Foundation"
@@ -36,21 +38,17 @@ script OutlookScriptObj
 	end outlookInstalled
 
 	on requireOutlook()
-		if not my outlookInstalled() then error "Microsoft Outlook is not installed"
+		if not my outlookInstalled() then error "Microsoft Outlook is not installed" number -10814
 	end requireOutlook
 
 	on getVersion()
-		if not my outlookInstalled() then return ""
-		try
-			tell application id "com.microsoft.Outlook" to return (version as text)
-		on error
-			return ""
-		end try
+		my requireOutlook()
+		tell application id "com.microsoft.Outlook" to return (version as text)
 	end getVersion
 
 	-- The default account is an Exchange, IMAP or POP account; each of them has an email address.
 	on getDefaultAccount()
-		if not my outlookInstalled() then return ""
+		my requireOutlook()
 		tell application id "com.microsoft.Outlook"
 			set defaultAccount to default account
 			if defaultAccount is missing value then return ""
@@ -62,7 +60,7 @@ script OutlookScriptObj
 
 	-- Outlook keeps a signature's content as HTML of its own; empty text when there is no such signature.
 	on getSignature:signatureName
-		if not my outlookInstalled() then return ""
+		my requireOutlook()
 		set signatureName to signatureName as text
 		tell application id "com.microsoft.Outlook"
 			if not (exists signature signatureName) then return ""
@@ -102,7 +100,7 @@ script OutlookScriptObj
 	-- One name per line, so the agent can remove the signatures its deployment does not hold and leave
 	-- its own in place (with their default assignments).
 	on getSignatureNames()
-		if not my outlookInstalled() then return ""
+		my requireOutlook()
 		tell application id "com.microsoft.Outlook" to set signatureNames to name of every signature
 		set savedDelimiters to AppleScript's text item delimiters
 		set AppleScript's text item delimiters to linefeed
@@ -178,8 +176,8 @@ script OutlookScriptObj
 					end ignoring
 				end if
 			end repeat
-		on error errorText
-			error "Cannot read Outlook's accounts: " & errorText
+		on error errorText number errorNumber
+			error "Cannot read Outlook's accounts: " & errorText number errorNumber
 		end try
 		return accountAddress
 	end accountNameFor
@@ -197,7 +195,7 @@ script OutlookScriptObj
 					set frontmost of outlookProcess to true
 				end tell
 			on error errorText number errorNumber
-				if errorNumber is -1743 then error "Cannot control System Events (activating Outlook): " & errorText
+				if errorNumber is -1743 then error "Cannot control System Events (activating Outlook): " & errorText number errorNumber
 				set lastProblem to ": " & errorText
 			end try
 			delay 0.2
@@ -220,8 +218,8 @@ script OutlookScriptObj
 		set previousName to my nameOfWindow(my outlookFrontWindow())
 		try
 			tell application "System Events" to keystroke "," using command down
-		on error errorText
-			error "Cannot send Command-comma to Outlook (opening its Settings window): " & errorText
+		on error errorText number errorNumber
+			error "Cannot send Command-comma to Outlook (opening its Settings window): " & errorText number errorNumber
 		end try
 		set settingsWindow to my frontWindowAfter(previousName)
 		set popUps to my signaturesPopUps(settingsWindow)
@@ -259,8 +257,8 @@ script OutlookScriptObj
 				if (count of windows of outlookProcess) is 0 then return missing value
 				set frontOne to window 1 of outlookProcess
 			end tell
-		on error errorText
-			error "Cannot read Outlook's windows: " & errorText
+		on error errorText number errorNumber
+			error "Cannot read Outlook's windows: " & errorText number errorNumber
 		end try
 		return frontOne
 	end outlookFrontWindow
@@ -293,8 +291,8 @@ script OutlookScriptObj
 			if isSignatures then
 				try
 					tell application "System Events" to click theButton
-				on error errorText
-					error "Cannot click the Signatures button of Outlook's Settings window: " & errorText
+				on error errorText number errorNumber
+					error "Cannot click the Signatures button of Outlook's Settings window: " & errorText number errorNumber
 				end try
 				return
 			end if
@@ -354,8 +352,8 @@ script OutlookScriptObj
 					set {leftEdge, topEdge} to position of thePopUp
 					set {popUpWidth, popUpHeight} to size of thePopUp
 				end tell
-			on error errorText
-				error "Cannot read where the pop-up buttons of Outlook's Signatures window are: " & errorText
+			on error errorText number errorNumber
+				error "Cannot read where the pop-up buttons of Outlook's Signatures window are: " & errorText number errorNumber
 			end try
 			set end of entries to {leftEdge, topEdge + popUpHeight / 2, thePopUp}
 		end repeat
@@ -406,9 +404,9 @@ script OutlookScriptObj
 		end if
 		try
 			tell application "System Events" to click menu item chosen of menu 1 of popUp
-		on error errorText
+		on error errorText number errorNumber
 			my closeMenu()
-			error "Cannot choose " & wantedLabel & " in the " & popUpLabel & " pop-up of Outlook's Signatures window: " & errorText
+			error "Cannot choose " & wantedLabel & " in the " & popUpLabel & " pop-up of Outlook's Signatures window: " & errorText number errorNumber
 		end try
 		delay 0.5 -- let Outlook take the choice in before the next pop-up
 	end chooseItem
@@ -417,8 +415,8 @@ script OutlookScriptObj
 	on openPopUp(popUp, popUpLabel)
 		try
 			tell application "System Events" to click popUp
-		on error errorText
-			error "Cannot open the " & popUpLabel & " pop-up of Outlook's Signatures window: " & errorText
+		on error errorText number errorNumber
+			error "Cannot open the " & popUpLabel & " pop-up of Outlook's Signatures window: " & errorText number errorNumber
 		end try
 		repeat 25 times
 			delay 0.2

@@ -30,6 +30,7 @@ void UpdateRun::start() {
             "Missing SignatureServerAddress configuration. Unable to update signatures.";
         Logger::log(message);
         showUpdateFailedAlert(message, userInitiated_);
+        failure_ = message;
         finish(false);
         return;
     }
@@ -37,6 +38,10 @@ void UpdateRun::start() {
     service_ = std::make_shared<NetworkService>();
     delegate_.setLoading(true);
     handler_ = std::make_shared<OutlookHandler>();
+    if (const auto blocker = handler_->blocker(); blocker != OutlookState::Blocker::none) {
+        stopBlocked(blocker);
+        return;
+    }
 
     if (!config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()) {
         address_ = config.UserEmailAddress();
@@ -52,6 +57,7 @@ void UpdateRun::start() {
         submitDeploymentLog(false);
         delegate_.setLoading(false);
         showUpdateFailedAlert("No email account available", userInitiated_);
+        failure_ = "No email account available";
         finish(false);
         return;
     }
@@ -68,15 +74,25 @@ void UpdateRun::handleSignatures(const std::optional<SignatureDescriptor>& outco
         submitDeploymentLog(false);
         showUpdateFailedAlert("Fetching signature failed", userInitiated_);
         delegate_.setLoading(false);
+        failure_ = "Fetching signature failed";
         finish(false);
         return;
     }
     Logger::log("Update signatures: Fetching signature succeeded");
     if (outcome->noSetting) {
         delegate_.setLoading(false);
-        showUpdateFailedAlert("No Outlook signatures are assigned to your email address " + address_ + ".",
-                              userInitiated_);
+        failure_ = "No Outlook signatures are assigned to your email address " + address_ + ".";
+        showUpdateFailedAlert(failure_, userInitiated_);
         finish(false);
+        return;
+    }
+    // Only setting the default signatures drives Outlook's window, which the permission guards.
+    const auto applies = [](SignatureAction action) {
+        return action == SignatureAction::change || action == SignatureAction::clear;
+    };
+    if ((applies(outcome->defaultSignatureAction) || applies(outcome->replySignatureAction)) &&
+        !Platform::accessibility().isTrusted(false)) {
+        stopBlocked(OutlookState::Blocker::accessibilityMissing);
         return;
     }
     if (applyController_ != nullptr) {
@@ -94,11 +110,22 @@ void UpdateRun::handleSignatures(const std::optional<SignatureDescriptor>& outco
             delegate_.openApplyDialog();
         }
     } else {
-        showUpdateFailedAlert("Signature creation failed", userInitiated_);
+        failure_ = "Signature creation failed";
+        showUpdateFailedAlert(failure_, userInitiated_);
     }
     submitDeploymentLog(allSucceeded);
     delegate_.setLoading(false);
     finish(allSucceeded);
+}
+
+void UpdateRun::stopBlocked(OutlookState::Blocker blocker) {
+    const std::string cause = OutlookState::cause(blocker);
+    Logger::log("Error: " + cause);
+    submitDeploymentLog(false);
+    delegate_.setLoading(false);
+    showUpdateFailedAlert(cause, userInitiated_);
+    failure_ = cause;
+    finish(false);
 }
 
 void UpdateRun::finish(bool success) {

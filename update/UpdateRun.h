@@ -1,5 +1,6 @@
 #pragma once
 
+#include "outlook/OutlookState.h"
 #include "server/SignatureDescriptor.h"
 
 #include <memory>
@@ -38,10 +39,14 @@ public:
     void start();
     void handleSignatures(const std::optional<SignatureDescriptor>& outcome);
     static void showUpdateFailedAlert(const std::string& message, bool userInitiated);
+    // Why the run failed, as its alert says it; empty while it has not failed.
+    const std::string& failure() const { return failure_; }
 
 private:
     void applySignatures(const SignatureDescriptor& descriptor, OutlookHandler& outlook, bool& defaultChanged,
                          bool& allSucceeded);
+    // Ends the run before any signature operation, with the cause's one line, alert and failed log.
+    void stopBlocked(OutlookState::Blocker blocker);
     void submitDeploymentLog(bool success);
     void finish(bool success);
 
@@ -51,6 +56,7 @@ private:
     std::shared_ptr<OutlookHandler> handler_;
     std::shared_ptr<NetworkService> service_; // released first, with the completion that refers to the run
     std::string address_;
+    std::string failure_;
 };
 
 } // namespace varnoth

@@ -19,6 +19,9 @@ public:
         values_[key] = value;
     }
     bool contains(const std::string& key) const { return values_.count(key) != 0; }
+    using Values = std::map<std::string, std::variant<std::string, std::vector<std::string>>>;
+    // Everything stored, so a test can tell that nothing changed.
+    const Values& values() const { return values_; }
 
 private:
     // The value when the key holds one of type T.
@@ -29,7 +32,7 @@ private:
         }
         return std::get<T>(found->second);
     }
-    std::map<std::string, std::variant<std::string, std::vector<std::string>>> values_;
+    Values values_;
 };
 
 } // namespace varnoth

@@ -14,6 +14,7 @@ public:
     void setImage(const std::string& name) override { images.push_back(name); }
     void setMenu(std::vector<MenuItem> items) override { menu = std::move(items); }
     void setChecked(std::size_t index, bool checked) override { menu.at(index).checked = checked; }
+    void setToolTip(const std::string& text) override { toolTip = text; }
 
     // The titles in menu order, "-" for a separator.
     std::vector<std::string> titles() const {
@@ -33,6 +34,7 @@ public:
     bool button = true;
     std::vector<std::string> images;
     std::vector<MenuItem> menu;
+    std::string toolTip;
 };
 
 } // namespace varnoth

@@ -31,8 +31,15 @@ BOOL VarnothSendObjCMessage(id receiver, SEL selector, NSArray* arguments, id* r
         }
         return YES;
     } @catch (NSException* exception) {
-        // Errors raised by an AppleScript handler arrive here as exceptions.
-        *failure = [NSString stringWithFormat:@"%@: %@", [exception name], [exception reason]];
+        // Errors raised by an AppleScript handler arrive here as exceptions. The agent tells the causes
+        // apart by the AppleScript error number, so the text always ends in it when there is one.
+        NSString* reason = [exception reason];
+        id number = [[exception userInfo] objectForKey:@"NSAppleScriptErrorNumber"];
+        if ([number isKindOfClass:[NSNumber class]] &&
+            [reason rangeOfString:@"(error "].location == NSNotFound) {
+            reason = [NSString stringWithFormat:@"%@ (error %ld)", reason, (long)[number longValue]];
+        }
+        *failure = [NSString stringWithFormat:@"%@: %@", [exception name], reason];
         return NO;
     }
 }

@@ -3,8 +3,11 @@
 
 #include "config/Config.h"
 #include "config/ConfigReport.h"
+#include "outlook/OutlookState.h"
 #include "tests/install/PlistValue.h"
 #include "tests/support/AgentTest.h"
+#include "update/Diagnosis.h"
+#include "update/DryRun.h"
 
 #include <functional>
 #include <iomanip>
@@ -146,6 +149,47 @@ TEST_F(AdminGuideTest, CompletePropertyListExampleIsReadWithEveryValueItGives) {
         EXPECT_TRUE(table.at(key).type.ends_with(value.type)) << key << ": " << value.type;
         expectAnswered(key, value.text);
     }
+}
+
+// Troubleshooting: every cause the agent names is in the guide as the log line it writes, every checklist
+// line of the --diagnose examples is one the agent can print, and the exit statuses the guide, README
+// and manual page give for --dry-run and --diagnose are the agent's.
+TEST_F(AdminGuideTest, TroubleshootingGivesTheCauseLinesChecklistLinesAndExitStatusesTheAgentUses) {
+    const std::string section = guide.substr(std::min(guide.find("## Troubleshooting"), guide.size()));
+    using Blocker = OutlookState::Blocker;
+    for (const auto blocker : {Blocker::notInstalled, Blocker::newMode, Blocker::automationRefused,
+                               Blocker::accessibilityMissing}) {
+        EXPECT_NE(section.find("Error: " + OutlookState::cause(blocker) + "\n"), std::string::npos)
+            << OutlookState::cause(blocker);
+    }
+    const std::regex check(R"((ok      |warning |failed  )([^:]+): (.*))");
+    int failures = 0;
+    for (const auto& line : lines(section)) {
+        std::smatch parts;
+        if (std::regex_match(line, parts, check)) {
+            const auto status = parts[1].str().starts_with("ok")        ? Diagnosis::Status::ok
+                                : parts[1].str().starts_with("warning") ? Diagnosis::Status::warning
+                                                                        : Diagnosis::Status::failed;
+            EXPECT_EQ(Diagnosis::line({status, parts[2], parts[3]}), line);
+            failures += status == Diagnosis::Status::failed;
+        }
+    }
+    EXPECT_GE(failures, 3); // server down, Outlook in new mode, no configuration file
+    const std::string dryRun = "exits with " + std::to_string(DryRun::nothingToChange) +
+                               " when nothing would change, " + std::to_string(DryRun::wouldChange) +
+                               " when something would and " + std::to_string(DryRun::failed) +
+                               " when it cannot tell";
+    for (const auto& document : {std::string(VARNOTH_ADMIN_GUIDE), std::string(VARNOTH_README)}) {
+        const auto text = std::regex_replace(readWholeFile(document), std::regex("\\s+"), " ");
+        EXPECT_NE(text.find("`--dry-run` " + dryRun), std::string::npos) << document;
+        EXPECT_NE(text.find("`--diagnose` exits with 0 when no check failed and 1 otherwise"),
+                  std::string::npos)
+            << document;
+    }
+    const auto manual = std::regex_replace(readWholeFile(VARNOTH_MANUAL_PAGE), std::regex("\\s+"), " ");
+    EXPECT_NE(manual.find(".B \\-\\-dry\\-run " + dryRun), std::string::npos);
+    EXPECT_NE(manual.find(".B \\-\\-diagnose exits with 0 when no check failed and 1 otherwise"),
+              std::string::npos);
 }
 
 } // namespace

@@ -276,6 +276,28 @@ void OutlookStandInStore::setForm(const std::string& form) {
     changeSetting("form", form);
 }
 
+std::string OutlookStandInStore::state(const std::string& key) const {
+    for (const auto& choice : stateKeys) {
+        if (key == choice.key) {
+            return setting(key).value_or(choice.normal);
+        }
+    }
+    fail("unknown state " + key);
+}
+
+void OutlookStandInStore::setState(const std::string& key, const std::string& value) {
+    for (const auto& choice : stateKeys) {
+        if (key == choice.key) {
+            if (value != choice.normal && value != choice.other) {
+                fail("unknown " + key + " " + value + " (" + choice.normal + " or " + choice.other + ")");
+            }
+            changeSetting(key, value);
+            return;
+        }
+    }
+    fail("unknown state " + key);
+}
+
 OutlookStandInStore::Defaults OutlookStandInStore::defaults(const std::string& account) const {
     return {setting(newKey(account)), setting(replyKey(account))};
 }

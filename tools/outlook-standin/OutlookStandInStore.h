@@ -64,6 +64,20 @@ public:
     // this form twice changes nothing more.
     static std::string htmlForm(const std::string& content);
 
+    // The state Outlook is in, which decides how the stand-in answers the script: "installed" (yes or
+    // no), "mode" (classic or new) and "automation" (allowed or denied). The first choice of each is
+    // the normal one and the value of a store that never set it.
+    struct StateKey {
+        const char* key;
+        const char* normal;
+        const char* other;
+    };
+    static constexpr StateKey stateKeys[] = {
+        {"installed", "yes", "no"}, {"mode", "classic", "new"}, {"automation", "allowed", "denied"}};
+    std::string state(const std::string& key) const;
+    // Throws for a key or a value not in stateKeys.
+    void setState(const std::string& key, const std::string& value);
+
     Defaults defaults(const std::string& account) const;
     // The accounts that have at least one default, sorted.
     std::vector<std::string> accountsWithDefaults() const;

@@ -5,6 +5,7 @@
 #include "outlook/AppleScriptProtocol.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -35,6 +36,10 @@ void usage(std::ostream& out) {
            "  set-form exact|html    keep created signatures byte for byte (exact, the default) or as\n"
            "                         Outlook for Mac's HTML editor does (html: a whole document, CR LF\n"
            "                         line breaks, &quot; for quotes in the text)\n"
+           "  set-installed yes|no   play an Outlook that is installed or not\n"
+           "  set-mode classic|new   play legacy Outlook or new Outlook, which scripts no signatures\n"
+           "  set-automation allowed|denied\n"
+           "                         play the user's answer to the agent's automation of Outlook\n"
            "  path                   print the store's folder\n"
            "  help                   show this help\n\n"
            "The agent's script sends one of the script operations (getVersion, getSignature:, ...) with\n"
@@ -72,6 +77,11 @@ void list(const OutlookStandInStore& store) {
               << "Version: " << printable(store.version()) << "\n"
               << "Default account: " << (account.empty() ? "(none)" : printable(account)) << "\n"
               << "Form: " << printable(store.form()) << "\n";
+    for (const auto& choice : OutlookStandInStore::stateKeys) { // shown when the store plays a fault
+        if (store.state(choice.key) != choice.normal) {
+            std::cout << "State " << choice.key << ": " << store.state(choice.key) << "\n";
+        }
+    }
     const auto names = store.signatureNames();
     std::cout << "Signatures: " << names.size() << "\n";
     for (const auto& name : names) {
@@ -112,6 +122,27 @@ int answer(OutlookStandInStore& store, const std::string& selector) {
     }
     const std::string none;
     const std::string& first = arguments.empty() ? none : arguments[0];
+
+    // Outlook's states fail a message as AppleScript reports it: the text, then the error number.
+    const auto refuse = [](const char* text, int number) {
+        std::cerr << text << " (error " << number << ")\n";
+        return failed;
+    };
+    if (store.state("installed") == "no") {
+        return refuse("Microsoft Outlook is not installed.", -10814);
+    }
+    if (store.state("automation") == "denied") {
+        return refuse("Not authorized to send Apple events to Microsoft Outlook.", -1743);
+    }
+    // New Outlook answers its version and little else: no signatures, no default account.
+    if (store.state("mode") == "new" && selector != Selector::getVersion) {
+        return selector.starts_with("get")
+                   ? refuse(selector == Selector::getDefaultAccount
+                                ? "Microsoft Outlook got an error: Can't get default account."
+                                : "Microsoft Outlook got an error: Can't get signature.",
+                            -1728)
+                   : refuse("Microsoft Outlook got an error: It doesn't understand the message.", -1708);
+    }
 
     if (selector == Selector::getVersion) {
         std::cout << store.version();
@@ -179,6 +210,10 @@ int main(int argc, char** argv) {
             store.setVersion(arguments[1]);
         } else if (command == "set-form" && arguments.size() == 2) {
             store.setForm(arguments[1]);
+        } else if (command.starts_with("set-") && arguments.size() == 2 &&
+                   std::ranges::any_of(OutlookStandInStore::stateKeys,
+                                       [&](const auto& choice) { return command.substr(4) == choice.key; })) {
+            store.setState(command.substr(4), arguments[1]);
         } else if (command == "path" && arguments.size() == 1) {
             std::cout << store.folder().string() << "\n";
         } else {

@@ -33,6 +33,40 @@ typedef const void* SCDynamicStoreRef;
 typedef unsigned int CFStringEncoding;
 CFStringRef SCDynamicStoreCopyComputerName(SCDynamicStoreRef store, CFStringEncoding* encoding);
 
+// Launch Services, the preferences of other applications' domains and the automation permission:
+// Outlook is never installed here, its preferences are the user's defaults of its domain and nothing
+// is enforced, and the permission cannot be told (as when Outlook is not running).
+typedef NSArray* CFArrayRef;
+typedef id CFPropertyListRef;
+typedef id CFErrorRef;
+typedef long CFIndex;
+typedef int OSStatus;
+typedef long Size;
+typedef unsigned int DescType;
+typedef unsigned int AEEventClass;
+typedef unsigned int AEEventID;
+typedef struct {
+    DescType descriptorType;
+    void* dataHandle;
+} AEAddressDesc;
+enum {
+    noErr = 0,
+    procNotFound = -600,
+    errAEEventNotPermitted = -1743,
+    errAEEventWouldRequireUserConsent = -1744,
+    typeApplicationBundleID = 0x62756e64, // 'bund'
+    typeWildCard = 0x2a2a2a2a,            // '****'
+};
+CFArrayRef LSCopyApplicationURLsForBundleIdentifier(CFStringRef identifier, CFErrorRef* error);
+CFIndex CFArrayGetCount(CFArrayRef array);
+void CFRelease(id object);
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef domain);
+BOOL CFPreferencesAppValueIsForced(CFStringRef key, CFStringRef domain);
+OSStatus AECreateDesc(DescType type, const void* data, Size size, AEAddressDesc* result);
+OSStatus AEDisposeDesc(AEAddressDesc* desc);
+OSStatus AEDeterminePermissionToAutomateTarget(const AEAddressDesc* target, AEEventClass eventClass,
+                                               AEEventID eventID, BOOL askUserIfNeeded);
+
 #ifdef __cplusplus
 }
 #endif

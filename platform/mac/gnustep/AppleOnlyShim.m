@@ -50,3 +50,49 @@ CFStringRef SCDynamicStoreCopyComputerName(SCDynamicStoreRef store, CFStringEnco
     (void)encoding;
     return [[[NSProcessInfo processInfo] hostName] copy];
 }
+
+CFArrayRef LSCopyApplicationURLsForBundleIdentifier(CFStringRef identifier, CFErrorRef* error) {
+    (void)identifier;
+    (void)error;
+    return nil;
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array) {
+    return (CFIndex)[array count];
+}
+
+void CFRelease(id object) {
+    [object release];
+}
+
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef domain) {
+    return [[[[NSUserDefaults standardUserDefaults] persistentDomainForName:domain] objectForKey:key] retain];
+}
+
+BOOL CFPreferencesAppValueIsForced(CFStringRef key, CFStringRef domain) {
+    (void)key;
+    (void)domain;
+    return NO;
+}
+
+OSStatus AECreateDesc(DescType type, const void* data, Size size, AEAddressDesc* result) {
+    (void)data;
+    (void)size;
+    result->descriptorType = type;
+    result->dataHandle = NULL;
+    return noErr;
+}
+
+OSStatus AEDisposeDesc(AEAddressDesc* desc) {
+    desc->dataHandle = NULL;
+    return noErr;
+}
+
+OSStatus AEDeterminePermissionToAutomateTarget(const AEAddressDesc* target, AEEventClass eventClass,
+                                               AEEventID eventID, BOOL askUserIfNeeded) {
+    (void)target;
+    (void)eventClass;
+    (void)eventID;
+    (void)askUserIfNeeded;
+    return procNotFound;
+}
