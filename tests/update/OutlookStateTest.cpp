@@ -183,8 +183,7 @@ TEST_F(OutlookStateTest, DryRunPrintsWhatARunWouldChangeAndWritesNothing) {
     EXPECT_EQ(dryRun(printed), DryRun::nothingToChange);
     EXPECT_EQ(printed, std::string("Mailbox: ") + mailbox + "\nno changes\n");
     // Offline, from a saved answer as a file holds it or as the wire carries it (UTF-16, framed).
-    const auto saved =
-        std::filesystem::path(VARNOTH_EXAMPLES_DIR) / "../fuzz/corpus/signature_answer/full.xml";
+    const auto saved = std::filesystem::path(VARNOTH_TEST_DATA_DIR) / "saved-answer.xml";
     writeFile(root() / "wire.bin", framing::frameText(readWholeFile(saved)));
     for (const auto& answer : {saved, root() / "wire.bin"}) {
         EXPECT_EQ(dryRun(printed, answer), DryRun::wouldChange);
