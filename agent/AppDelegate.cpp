@@ -148,7 +148,7 @@ void AppDelegate::openApplyDialog() {
 }
 
 void AppDelegate::updateFinished(bool success) {
-    // The run's last step (sending the deployment log) is already queued; release the run after it.
+    // Called from within the run's last step; release the run after it.
     if (run_) {
         Platform::mainQueue().post([run = std::shared_ptr<UpdateRun>(std::move(run_))] {});
     }

@@ -10,6 +10,7 @@
 #include "platform/ProcessLauncher.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
+#include "platform/Worker.h"
 #include "platform/Workspace.h"
 
 #include <filesystem>
@@ -37,6 +38,7 @@ public:
         Application* application = nullptr;
         ScriptHost* scriptHost = nullptr; // runs the bundle's Outlook script
         LoginItem* loginItem = nullptr;   // the agent's own launch-at-login entry
+        Worker* worker = nullptr;         // where the network waits run; none: on the calling thread
         BundleInfo bundle;
     };
 
@@ -61,6 +63,7 @@ public:
     // awaited. A Mac's automated tests set it, so that none drives a real Outlook or waits on a prompt.
     static std::optional<std::filesystem::path> standInScripts();
     static LoginItem* loginItem(); // none where the platform offers no login items
+    static Worker& worker();
     static const BundleInfo& bundle();
 };
 
