@@ -4,7 +4,9 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace varnoth {
 
@@ -31,16 +33,28 @@ void ThreadWorker::run(Task work, Task done) {
         const std::lock_guard lock(shared_->mutex);
         ++shared_->running;
     }
-    std::thread([shared = shared_, work = std::move(work), done = std::move(done)]() mutable {
-        work();
-        work = nullptr; // what the work owned goes with it, on this thread
-        const std::lock_guard lock(shared->mutex);
-        if (shared->mainQueue != nullptr) {
-            shared->mainQueue->post(std::move(done));
+    auto job = std::make_shared<std::pair<Task, Task>>(std::move(work), std::move(done));
+    try {
+        std::thread([shared = shared_, job] {
+            job->first();
+            job->first = nullptr; // what the work owned goes with it, on this thread
+            const std::lock_guard lock(shared->mutex);
+            if (shared->mainQueue != nullptr) {
+                shared->mainQueue->post(std::move(job->second));
+            }
+            --shared->running;
+            shared->idle.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        // No thread to be had (the process is at its limit): the work blocks this thread, as it once did,
+        // rather than never ending its run.
+        {
+            const std::lock_guard lock(shared_->mutex);
+            --shared_->running;
         }
-        --shared->running;
-        shared->idle.notify_all();
-    }).detach();
+        job->first();
+        job->second();
+    }
 }
 
 } // namespace varnoth
