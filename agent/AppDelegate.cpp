@@ -156,7 +156,7 @@ void AppDelegate::openApplyDialog() {
 
 void AppDelegate::updateFinished(bool success) {
     LastRun::record(success, run_ ? run_->failure() : std::string());
-    // The run's last step (sending the deployment log) is already queued; release the run after it.
+    // Called from within the run's last step; release the run after it.
     if (run_) {
         Platform::mainQueue().post([run = std::shared_ptr<UpdateRun>(std::move(run_))] {});
     }

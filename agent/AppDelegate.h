@@ -17,7 +17,8 @@ class ApplyViewController;
 class Window;
 
 // Owns every long-lived object of the agent: the status menu, the update timer, the dialog windows, the
-// accessibility observer and the update run in progress. Everything here runs on the main thread.
+// accessibility observer and the update run in progress. Everything here runs on the main thread; the
+// run's network waits run on the platform's worker, so the menu answers while a run is in progress.
 class AppDelegate final : public UpdateRun::Delegate {
 public:
     struct Windows {

@@ -17,6 +17,7 @@
 #include "platform/posix/PosixHostInfo.h"
 #include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/SystemClock.h"
+#include "platform/posix/ThreadWorker.h"
 #include "update/Diagnosis.h"
 #include "update/DryRun.h"
 
@@ -233,6 +234,8 @@ int AgentApplication::main(int argc, char** argv) {
     }
     QtMainQueue mainQueue;
     SystemClock clock;
+    // Made after the main queue it posts to, and so gone before it.
+    ThreadWorker worker(mainQueue);
     const auto defaults = userDefaults(bundle);
     PosixHostInfo host;
     PosixProcessLauncher launcher;
@@ -277,6 +280,7 @@ int AgentApplication::main(int argc, char** argv) {
     XdgAutostartLoginItem loginItem;
 #endif
     ports.loginItem = &loginItem;
+    ports.worker = &worker;
     Platform::install(ports);
 
     // The dialogs are made once and reused; a single headless run has none.
@@ -325,6 +329,8 @@ int AgentApplication::main(int argc, char** argv) {
         }
     }
     const int status = QApplication::exec();
+    // A network wait still under way gives up now; the worker abandons one that cannot.
+    Termination::request();
     Platform::install({});
     return status;
 }

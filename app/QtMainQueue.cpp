@@ -28,7 +28,8 @@ private:
 } // namespace
 
 void QtMainQueue::post(Task task) {
-    QTimer::singleShot(0, QCoreApplication::instance(), std::move(task));
+    // A queued invocation, which any thread may make: the worker's threads post here.
+    QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task), Qt::QueuedConnection);
 }
 
 void QtMainQueue::postAfter(std::chrono::milliseconds delay, Task task) {

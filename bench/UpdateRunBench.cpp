@@ -2,8 +2,8 @@
 // Outlook stand-in, with 0, 20, 200 and 500 (the most an answer may hold) additional signatures. The main
 // queue runs on virtual time, so the measured time is the run's own work beyond the one-second wait
 // before the answer is read.
-// Compared with, in the same run: one message to the Outlook script (one child process), the unit
-// that each installed signature costs.
+// Compared with, in the same run: one message of each kind to the Outlook script (one child process), the
+// unit that each installed signature costs, and a bare start of the stand-in.
 
 #include "agent/AppDelegate.h"
 #include "base/Logger.h"
@@ -18,6 +18,7 @@
 #include "platform/deterministic/RecordingAlerts.h"
 #include "platform/deterministic/RecordingStatusItem.h"
 #include "platform/deterministic/RecordingWorkspace.h"
+#include "platform/posix/PosixProcessLauncher.h"
 #include "platform/posix/ProcessScriptHost.h"
 #include "tests/support/ServerProcess.h"
 
@@ -26,6 +27,8 @@
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -172,17 +175,49 @@ BENCHMARK(TimerRun)
     ->UseRealTime()
     ->MinTime(2.0);
 
-void OneScriptCall(benchmark::State& state) {
+// One message of each kind to the Outlook script: a child process, the script, which hands the message to
+// the stand-in. Beside them a bare start of the stand-in through the same launcher, so that what an
+// operation costs beyond starting a program shows.
+void OutlookOperation(benchmark::State& state, const char* selector, std::vector<std::string> arguments) {
     scene();
     Platform::scriptHost().loadScripts();
     for (auto _ : state) {
         auto object = Platform::scriptHost().makeObject("OutlookScriptObj");
-        if (!object || !object->send("getVersion", {}).delivered) {
+        if (!object || !object->send(selector, arguments).delivered) {
             state.SkipWithError("the script did not answer");
             break;
         }
     }
 }
-BENCHMARK(OneScriptCall)->Unit(benchmark::kMillisecond)->UseRealTime();
+const std::string benchSignature = "<p style=\"font-family: Helvetica\">Viele Gr\u00FC\u00DFe</p>";
+BENCHMARK_CAPTURE(OutlookOperation, getVersion, "getVersion", {})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OutlookOperation, getDefaultAccount, "getDefaultAccount", {})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OutlookOperation, getSignatureNames, "getSignatureNames", {})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OutlookOperation, createSignature, "createSignature:content:", {"Bench", benchSignature})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OutlookOperation, getSignature, "getSignature:", {"Bench"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OutlookOperation, deleteSignature, "deleteSignature:", {"Bench"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+void StandInBareStart(benchmark::State& state) {
+    PosixProcessLauncher launcher;
+    for (auto _ : state) {
+        if (!launcher.run({VARNOTH_OUTLOOK_STANDIN_PROGRAM, {"help"}, {}, 30s, {}}).succeeded()) {
+            state.SkipWithError("the stand-in did not start");
+            break;
+        }
+    }
+}
+BENCHMARK(StandInBareStart)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace

@@ -15,7 +15,8 @@ public:
 
     virtual ~MainQueue() = default;
 
-    // Runs the task on the main thread after the current work, without delay.
+    // Runs the task on the main thread after the current work, without delay. The desktop's queue takes
+    // posts from any thread (the worker's continuations); every other call comes from the main thread.
     virtual void post(Task task) = 0;
     // Runs the task on the main thread once the delay has passed.
     virtual void postAfter(std::chrono::milliseconds delay, Task task) = 0;

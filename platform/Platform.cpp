@@ -64,6 +64,11 @@ void Platform::install(Ports ports) {
     Logger::timeSource = [] { return Platform::clock().now(); };
 }
 
+Worker& Platform::worker() {
+    static Worker callingThread;
+    return current().worker != nullptr ? *current().worker : callingThread;
+}
+
 const Platform::Ports& Platform::ports() {
     return current();
 }

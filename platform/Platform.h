@@ -11,6 +11,7 @@
 #include "platform/ProcessLauncher.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
+#include "platform/Worker.h"
 #include "platform/Workspace.h"
 
 #include <filesystem>
@@ -39,6 +40,7 @@ public:
         ScriptHost* scriptHost = nullptr; // runs the bundle's Outlook script
         LoginItem* loginItem = nullptr;   // the agent's own launch-at-login entry
         OutlookEnvironment* outlook = nullptr;
+        Worker* worker = nullptr; // where the network waits run; none: on the calling thread
         BundleInfo bundle;
     };
 
@@ -65,6 +67,7 @@ public:
     static LoginItem* loginItem(); // none where the platform offers no login items
     // Answers nothing but "unknown" unless a port is installed.
     static OutlookEnvironment& outlookEnvironment();
+    static Worker& worker();
     static const BundleInfo& bundle();
 };
 

@@ -132,7 +132,12 @@ void UpdateRun::finish(bool success) {
     // Every end of a run ends its capture, so no line of it waits for the next run's deployment log.
     Logger::captureEnabled = false;
     Logger::capturedLog.clear();
-    delegate_.updateFinished(success);
+    // The run ends once its deployment log is sent, so the send's lines come before the next run's.
+    if (service_) {
+        service_->whenIdle([this, success] { delegate_.updateFinished(success); });
+    } else {
+        delegate_.updateFinished(success);
+    }
 }
 
 namespace {

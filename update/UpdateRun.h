@@ -24,8 +24,8 @@ public:
         virtual ~Delegate() = default;
         virtual void setLoading(bool loading) = 0;
         virtual void openApplyDialog() = 0;
-        // The run is over. Its service's last step (sending the deployment log) is already queued on
-        // the main queue, so the run may be released only after that.
+        // The run is over, its deployment log sent. Called from within the run's last step, so the run
+        // may be released only after it returns.
         virtual void updateFinished(bool success) = 0;
     };
 

@@ -5,9 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -94,6 +98,45 @@ void ignoreBrokenPipes() {
     (void)done;
 }
 
+// Waits for the child to end while keepWaiting holds, and returns its status; the child is reaped either
+// way. Usually it has ended or is ending when its output closes; otherwise waitpid, which has no time-out,
+// blocks on a thread of its own while this one waits on its answer and looks at keepWaiting every 100 ms.
+// When keepWaiting fails, the child's process group is killed.
+template <typename KeepWaiting> int waitForExit(pid_t pid, KeepWaiting keepWaiting) {
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = waitpid(pid, &status, WNOHANG)) < 0 && errno == EINTR) {
+    }
+    if (ended != 0) {
+        return status;
+    }
+    struct Reaped {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::optional<int> status;
+    };
+    auto reaped = std::make_shared<Reaped>();
+    std::thread waiter([pid, reaped] {
+        int childStatus = 0;
+        while (waitpid(pid, &childStatus, 0) < 0 && errno == EINTR) {
+        }
+        const std::lock_guard lock(reaped->mutex);
+        reaped->status = childStatus;
+        reaped->changed.notify_all();
+    });
+    std::unique_lock lock(reaped->mutex);
+    while (!reaped->status && keepWaiting()) {
+        reaped->changed.wait_for(lock, std::chrono::milliseconds(terminationCheckMs));
+    }
+    const bool done = reaped->status.has_value();
+    lock.unlock();
+    if (!done) {
+        kill(-pid, SIGKILL); // the caller would kill it too; the waiter then returns
+    }
+    waiter.join();
+    return reaped->status.value_or(0);
+}
+
 } // namespace
 
 ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
@@ -122,9 +165,17 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
     std::vector<char*> argv = pointers(argumentTexts);
     std::vector<char*> envp = pointers(environmentTexts);
 
+    // The child leads a process group of its own, so that stopping it stops whatever it started too.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attributes, 0);
+
     pid_t pid = 0;
-    const int spawnError = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    const int spawnError =
+        posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     if (spawnError != 0) {
         result.error = std::strerror(spawnError);
         return result;
@@ -214,18 +265,11 @@ ProcessLauncher::Result PosixProcessLauncher::run(const Request& request) {
 
     // A child that closed its output may still run: the limit holds for it too.
     int status = 0;
-    pid_t ended = 0;
-    while (!result.timedOut && !result.cancelled) {
-        ended = waitpid(pid, &status, WNOHANG);
-        if (ended != 0 && !(ended < 0 && errno == EINTR)) {
-            break;
-        }
-        if (timeLeft()) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    if (result.timedOut || result.cancelled) {
-        kill(pid, SIGKILL);
+    if (!result.timedOut && !result.cancelled) {
+        status = waitForExit(pid, timeLeft);
+    } else {
+        // The whole group: a script's own children (a sleep, a second interpreter) end with it.
+        kill(-pid, SIGKILL);
         while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
         }
     }

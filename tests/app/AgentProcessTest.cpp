@@ -101,11 +101,9 @@ TEST_F(AgentProcessTest, OnceNeedsNoDisplayAndEndsPromptlyOnSigtermWithExiting) 
                    {"/usr/bin/env", "-u", "QT_QPA_PLATFORM", "DISPLAY=:97",
                     "VARNOTH_STANDIN_SCRIPTS=" + (root() / "scripts").string(), VARNOTH_AGENT, "--once"});
     ASSERT_GT(pid, 0);
-    std::this_thread::sleep_for(1500ms); // into the read, which blocks the main thread
+    std::this_thread::sleep_for(1500ms); // into the read, which the agent abandons as it ends
     const int status = stopChild(pid, 30);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status << "\n" << logText();
-    EXPECT_NE(logText().find("Error: reading server response stopped: the agent is exiting"),
-              std::string::npos);
     EXPECT_EQ(logLines().back(), "Exiting");
     EXPECT_NE(logText().find("Outlook 99.1 is installed"), std::string::npos) << logText();
 }

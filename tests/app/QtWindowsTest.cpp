@@ -4,13 +4,18 @@
 #include "app/ApplyWindow.h"
 #include "app/ConfigurationWindow.h"
 #include "app/QtDesktop.h"
+#include "app/QtMainQueue.h"
 #include "app/QtStatusItem.h"
 #include "base/Logger.h"
 #include "base/TextValues.h"
 #include "platform/Platform.h"
+#include "platform/Termination.h"
+#include "platform/posix/SystemClock.h"
+#include "platform/posix/ThreadWorker.h"
 #include "tests/dialogs/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <QAction>
 #include <QApplication>
@@ -20,6 +25,7 @@
 #include <QRegularExpression>
 #include <QTest>
 #include <cstdlib>
+#include <iostream>
 
 namespace varnoth::test {
 namespace {
@@ -226,6 +232,58 @@ TEST_F(QtWindowsTest, TrayIconIsLightOnADarkPanel) {
     QApplication::setPalette(original);
 }
 #endif
+
+// A run held by a server that takes the request and never answers (the read would wait 20 s): a click on
+// the icon opens the menu while the run is under way, "Update Signatures" chosen then is refused, and the
+// run ends as soon as the agent is asked to exit. Prints the time from the click to the shown menu.
+TEST_F(QtWindowsTest, MenuAnswersAndRefusesASecondRunWhileAServerHoldsTheRun) {
+    const LoopbackListener silent;
+    writeFile(userConfigFolder() / "Varnoth Brelvane Agent.txt",
+              "SignatureServerAddress=127.0.0.1\nSignatureServerPort=" + std::to_string(silent.port()) +
+                  "\nUserEmailAddress=anna@example.com\nSuppressErrorMessages=1\n");
+    ScriptedOutlook outlook;
+    QtStatusItem tray(VARNOTH_TEST_RESOURCES);
+    QtMainQueue mainQueue;
+    SystemClock clock;
+    ThreadWorker worker(mainQueue);
+    Platform::Ports ports = Platform::ports();
+    ports.statusItem = &tray;
+    ports.mainQueue = &mainQueue;
+    ports.clock = &clock;
+    ports.worker = &worker;
+    Platform::install(ports);
+    AppDelegate app;
+    app.statusMenu().constructMenu();
+    app.updateSignatures(false);
+    const auto logged = [&](const std::string& line) { return logText().find(line) != std::string::npos; };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return logged("Successfully sent query"); }, 60000)) << logText();
+
+    // The click reaches the tray icon through the event loop, as a user's does.
+    const auto clicked = std::chrono::steady_clock::now();
+    QMetaObject::invokeMethod(
+        &tray.trayIcon(), [&] { emit tray.trayIcon().activated(QSystemTrayIcon::Trigger); },
+        Qt::QueuedConnection);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return tray.menu()->isVisible(); }, 60000));
+    const auto shown = std::chrono::steady_clock::now() - clicked;
+    EXPECT_TRUE(app.updateInProgress());
+    EXPECT_LT(shown, std::chrono::seconds(10)); // the held read alone would take 20 s
+    std::cout << "Menu shown "
+              << std::chrono::duration_cast<std::chrono::microseconds>(shown).count() / 1000.0
+              << " ms after the click, during a held run\n";
+    for (QAction* action : tray.menu()->actions()) {
+        if (action->text() == "Update Signatures") {
+            action->trigger();
+        }
+    }
+    tray.menu()->hide();
+    EXPECT_TRUE(logged("Update signatures already in progress"));
+
+    Termination::request(); // as the agent's exit does
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !app.updateInProgress(); }, 60000)) << logText();
+    Termination::clear();
+    EXPECT_TRUE(logged("Error Update signatures: Fetching signature failed"));
+    QCoreApplication::sendPostedEvents(); // the run's release, before the ports go
+}
 
 } // namespace
 } // namespace varnoth::test
