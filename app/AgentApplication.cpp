@@ -11,6 +11,7 @@
 #include "base/Logger.h"
 #include "base/PlatformPaths.h"
 #include "config/ConfigReport.h"
+#include "config/ManagedPreferencesFile.h"
 #include "platform/Platform.h"
 #include "platform/Termination.h"
 #include "platform/posix/InstanceLock.h"
@@ -23,6 +24,7 @@
 #include "platform/mac/MacAccessibility.h"
 #include "platform/mac/MacBundle.h"
 #include "platform/mac/MacHostInfo.h"
+#include "platform/mac/MacManagedPreferences.h"
 #include "platform/mac/MacUserDefaults.h"
 #else
 #include "platform/linux/XdgAutostartLoginItem.h"
@@ -101,12 +103,25 @@ std::unique_ptr<UserDefaults> userDefaults(const BundleInfo& bundle) {
     return std::make_unique<QSettingsUserDefaults>(bundle.identifier);
 }
 
+// What the administrator forces: a configuration profile's managed preferences on macOS, elsewhere the
+// property list in the system configuration folder.
+std::unique_ptr<ManagedPreferences> managedPreferences() {
+#ifdef __APPLE__
+    if (auto managed = MacManagedPreferences::Create()) {
+        return managed;
+    }
+#endif
+    return std::make_unique<ManagedPreferencesFile>();
+}
+
 // --print-config: the configuration as this user's agent would read it, without a display and without
 // writing the log file. Exit status 1 when no file was found or read, so deployment checks can test it.
 int printConfiguration(const BundleInfo& bundle) {
     const auto defaults = userDefaults(bundle);
+    const auto managed = managedPreferences();
     Platform::Ports ports;
     ports.userDefaults = defaults.get();
+    ports.managedPreferences = managed.get();
     ports.bundle = bundle;
     Platform::install(ports);
     const ConfigReport report(Config::platformLocations());
@@ -209,6 +224,7 @@ int AgentApplication::main(int argc, char** argv) {
     QtMainQueue mainQueue;
     SystemClock clock;
     const auto defaults = userDefaults(bundle);
+    const auto managed = managedPreferences();
     PosixHostInfo host;
     PosixProcessLauncher launcher;
     QtDesktop desktop(once);
@@ -221,6 +237,7 @@ int AgentApplication::main(int argc, char** argv) {
     ports.mainQueue = &mainQueue;
     ports.clock = &clock;
     ports.userDefaults = defaults.get();
+    ports.managedPreferences = managed.get();
     ports.hostInfo = &host;
     ports.accessibility = &desktop;
 #ifdef __APPLE__

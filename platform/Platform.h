@@ -7,6 +7,7 @@
 #include "platform/Clock.h"
 #include "platform/HostInfo.h"
 #include "platform/MainQueue.h"
+#include "platform/ManagedPreferences.h"
 #include "platform/ProcessLauncher.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
@@ -28,6 +29,7 @@ public:
         MainQueue* mainQueue = nullptr;
         Clock* clock = nullptr;
         UserDefaults* userDefaults = nullptr;
+        ManagedPreferences* managedPreferences = nullptr; // what the administrator forces
         HostInfo* hostInfo = nullptr;
         Accessibility* accessibility = nullptr;
         StatusItem* statusItem = nullptr;
@@ -48,6 +50,7 @@ public:
     static MainQueue& mainQueue();
     static Clock& clock();
     static UserDefaults& userDefaults();
+    static ManagedPreferences* managedPreferences(); // none where nothing is managed
     static HostInfo& hostInfo();
     static Accessibility& accessibility();
     static StatusItem* statusItem(); // none in a headless run
