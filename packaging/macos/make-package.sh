@@ -40,9 +40,9 @@ payload "$app" "$work/root"
 
 # An installed app moved elsewhere would otherwise be upgraded where it lies, not in /Applications.
 pkgbuild --analyze --root "$work/root" "$work/components.plist"
-count=$(plutil -extract . raw -o - "$work/components.plist" 2>/dev/null || echo 1)
-for ((index = 0; index < count; index++)); do
-    plutil -replace "$index.BundleIsRelocatable" -bool NO "$work/components.plist"
+index=0
+while /usr/libexec/PlistBuddy -c "Set :$index:BundleIsRelocatable false" "$work/components.plist" 2>/dev/null; do
+    index=$((index + 1))
 done
 pkgbuild --root "$work/root" --component-plist "$work/components.plist" --scripts "$here/scripts" \
     --identifier "$identifier.pkg" --version "$version" --install-location / --ownership recommended \
