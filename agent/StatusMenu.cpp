@@ -25,22 +25,25 @@ void StatusMenu::constructMenu() {
     Config& config = Config::shared();
     std::vector<MenuItem> menu;
     auto add = [&menu](std::string title, std::function<void()> action) {
-        menu.push_back(MenuItem{MenuItem::Kind::action, std::move(title), std::move(action), false, false});
+        menu.push_back(
+            MenuItem{MenuItem::Kind::action, std::move(title), std::move(action), false, false, true});
     };
 
     Logger::log("Constructing menu");
-    menu.push_back(MenuItem{MenuItem::Kind::title, Platform::bundle().name, {}, false, false});
+    menu.push_back(MenuItem{MenuItem::Kind::title, Platform::bundle().name, {}, false, false, true});
     menu.push_back(MenuItem::separator());
     Logger::log("Adding Update Signatures option");
     add("Update Signatures", [this] { updateSignatures_(); });
     if (config.ShowLaunchAtLogon()) {
         Logger::log("Adding Launch Automatically at Login option");
         shouldLaunchAtLogin_ = Platform::userDefaults().boolean(launchAtLoginKey).value_or(true);
+        fixLaunchAtLogin();
         applyLaunchAtLogin();
         launchMenuItem_ = menu.size();
         add("Launch Automatically at Login", [this] { launchAtLogin(); });
         menu.back().checkable = true;
         menu.back().checked = shouldLaunchAtLogin_;
+        menu.back().enabled = !launchAtLoginFixed_;
     }
     menu.push_back(MenuItem::separator());
     if (config.ShowConfigurationMenu()) {
@@ -70,24 +73,50 @@ void StatusMenu::openApplyDialog() {
     showWindow(applyWindow_, applyWindowFirstShow_);
 }
 
+// The administrator may decide instead of the user: an entry for every user (the installer package's
+// launch agent) starts the agent at each login anyway, and a forced LaunchAtLogin outweighs the user's
+// choice.
+void StatusMenu::fixLaunchAtLogin() {
+    LoginItem* item = Platform::loginItem();
+    const ManagedPreferences* managed = Platform::managedPreferences();
+    const auto forced = managed != nullptr ? managed->forced(launchAtLoginKey) : std::nullopt;
+    launchAtLoginFixed_ = true;
+    if (item != nullptr && item->isProvidedBySystem()) {
+        shouldLaunchAtLogin_ = true;
+        Logger::log("Launch Automatically at Login fixed: the agent starts for every user");
+    } else if (forced && forced->type == PreferenceValue::Type::boolean) {
+        shouldLaunchAtLogin_ = forced->text == "true";
+        Logger::log("Launch Automatically at Login fixed by the managed preference LaunchAtLogin");
+    } else {
+        launchAtLoginFixed_ = false;
+    }
+}
+
 // The check mark must tell what the next login does: the login item follows the flag, and when the
 // desktop refuses the change the flag follows the login item instead. An item already as the flag
-// wants it is left alone.
+// wants it is left alone. Beside an entry for every user the agent's own would start a second agent.
 void StatusMenu::applyLaunchAtLogin() {
     LoginItem* item = Platform::loginItem();
-    if (item == nullptr || !Config::shared().ShowLaunchAtLogon() ||
-        item->isInstalled() == shouldLaunchAtLogin_) {
+    if (item == nullptr || !Config::shared().ShowLaunchAtLogon()) {
         return;
     }
-    const bool done = shouldLaunchAtLogin_ ? item->install() : item->remove();
+    const bool providedBySystem = item->isProvidedBySystem();
+    const bool wanted = shouldLaunchAtLogin_ && !providedBySystem;
+    if (item->isInstalled() == wanted) {
+        return;
+    }
+    const bool done = wanted ? item->install() : item->remove();
     if (done) {
-        Logger::log(shouldLaunchAtLogin_ ? "Login item installed" : "Login item removed");
-    } else {
+        Logger::log(wanted ? "Login item installed" : "Login item removed");
+    } else if (!providedBySystem) {
         shouldLaunchAtLogin_ = item->isInstalled();
     }
 }
 
 void StatusMenu::launchAtLogin() {
+    if (launchAtLoginFixed_) {
+        return; // the item is disabled
+    }
     Logger::log("Launch Automatically at Login selected");
     shouldLaunchAtLogin_ = !shouldLaunchAtLogin_;
     // The user's choice outlasts the process; the next start begins from it.

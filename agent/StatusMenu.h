@@ -33,6 +33,7 @@ public:
     bool shouldLaunchAtLogin() const { return shouldLaunchAtLogin_; }
 
 private:
+    void fixLaunchAtLogin();
     void applyLaunchAtLogin();
     void showWindow(Window* window, bool& firstShow);
 
@@ -42,6 +43,7 @@ private:
     bool applyWindowFirstShow_ = true;
     bool configWindowFirstShow_ = true;
     bool shouldLaunchAtLogin_ = true;
+    bool launchAtLoginFixed_ = false;           // by the administrator: the item is disabled
     std::optional<std::size_t> launchMenuItem_; // index in the menu, when the item is shown
 };
 

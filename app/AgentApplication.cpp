@@ -11,6 +11,7 @@
 #include "base/Logger.h"
 #include "base/PlatformPaths.h"
 #include "config/ConfigReport.h"
+#include "config/ManagedPreferencesFile.h"
 #include "platform/Platform.h"
 #include "platform/Termination.h"
 #include "platform/posix/InstanceLock.h"
@@ -27,6 +28,7 @@
 #include "platform/mac/MacBundle.h"
 #include "platform/mac/MacHostInfo.h"
 #include "platform/mac/MacOutlookEnvironment.h"
+#include "platform/mac/MacManagedPreferences.h"
 #include "platform/mac/MacUserDefaults.h"
 #else
 #include "platform/linux/XdgAutostartLoginItem.h"
@@ -105,12 +107,25 @@ std::unique_ptr<UserDefaults> userDefaults(const BundleInfo& bundle) {
     return std::make_unique<QSettingsUserDefaults>(bundle.identifier);
 }
 
+// What the administrator forces: a configuration profile's managed preferences on macOS, elsewhere the
+// property list in the system configuration folder.
+std::unique_ptr<ManagedPreferences> managedPreferences() {
+#ifdef __APPLE__
+    if (auto managed = MacManagedPreferences::Create()) {
+        return managed;
+    }
+#endif
+    return std::make_unique<ManagedPreferencesFile>();
+}
+
 // --print-config: the configuration as this user's agent would read it, without a display and without
 // writing the log file. Exit status 1 when no file was found or read, so deployment checks can test it.
 int printConfiguration(const BundleInfo& bundle) {
     const auto defaults = userDefaults(bundle);
+    const auto managed = managedPreferences();
     Platform::Ports ports;
     ports.userDefaults = defaults.get();
+    ports.managedPreferences = managed.get();
     ports.bundle = bundle;
     Platform::install(ports);
     const ConfigReport report(Config::platformLocations());
@@ -237,6 +252,7 @@ int AgentApplication::main(int argc, char** argv) {
     // Made after the main queue it posts to, and so gone before it.
     ThreadWorker worker(mainQueue);
     const auto defaults = userDefaults(bundle);
+    const auto managed = managedPreferences();
     PosixHostInfo host;
     PosixProcessLauncher launcher;
     QtDesktop desktop(once);
@@ -249,6 +265,7 @@ int AgentApplication::main(int argc, char** argv) {
     ports.mainQueue = &mainQueue;
     ports.clock = &clock;
     ports.userDefaults = defaults.get();
+    ports.managedPreferences = managed.get();
     ports.hostInfo = &host;
     ports.accessibility = &desktop;
 #ifdef __APPLE__

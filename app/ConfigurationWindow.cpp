@@ -7,6 +7,7 @@ namespace varnoth {
 ConfigurationWindow::ConfigurationWindow()
     : ui_(std::make_unique<Ui::ConfigurationWindow>()), controller_(this) {
     ui_->setupUi(&dialog());
+    ui_->hintLabel->hide(); // shown only while OK waits for an "@"
     // Only the user's own actions reach the controller: the controller's own changes to the box and the
     // field emit clicked and textEdited no more than the platform's actions would fire.
     QObject::connect(ui_->emailCheckbox, &QCheckBox::clicked, this,
@@ -63,6 +64,15 @@ void ConfigurationWindow::setCheckboxEnabled(bool enabled) {
 
 void ConfigurationWindow::setOkButtonEnabled(bool enabled) {
     ui_->okButton->setEnabled(enabled);
+}
+
+void ConfigurationWindow::setExplanation(const std::string& text) {
+    ui_->explanationLabel->setText(QString::fromStdString(text));
+}
+
+void ConfigurationWindow::setHint(const std::string& text) {
+    ui_->hintLabel->setText(QString::fromStdString(text));
+    ui_->hintLabel->setVisible(!text.empty());
 }
 
 } // namespace varnoth

@@ -28,6 +28,8 @@ public:
     void setCheckboxState(CheckState state) override;
     void setCheckboxEnabled(bool enabled) override;
     void setOkButtonEnabled(bool enabled) override;
+    void setExplanation(const std::string& text) override;
+    void setHint(const std::string& text) override;
     void closeWindow() override { close(); }
 
 protected:

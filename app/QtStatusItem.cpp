@@ -99,7 +99,7 @@ void QtStatusItem::setMenu(std::vector<MenuItem> items) {
             action = menu_->addSeparator();
         } else {
             action = menu_->addAction(QString::fromStdString(item.title));
-            action->setEnabled(item.kind == MenuItem::Kind::action);
+            action->setEnabled(item.kind == MenuItem::Kind::action && item.enabled);
             action->setCheckable(item.checkable);
             action->setChecked(item.checked);
             if (item.action) {

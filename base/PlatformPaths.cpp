@@ -106,4 +106,23 @@ std::filesystem::path PlatformPaths::autostartFolder() {
     return fromEnvironment("XDG_CONFIG_HOME", home() / ".config") / "autostart";
 }
 
+std::vector<std::filesystem::path> PlatformPaths::systemConfigDirectories() {
+    const char* value = std::getenv("XDG_CONFIG_DIRS");
+    const std::string list = value != nullptr && value[0] != '\0' ? value : "/etc/xdg";
+    std::vector<std::filesystem::path> folders;
+    std::size_t start = 0;
+    while (start <= list.size()) {
+        const std::size_t end = std::min(list.find(':', start), list.size());
+        if (end > start && list[start] == '/') {
+            folders.emplace_back(list.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    return folders;
+}
+
+std::filesystem::path PlatformPaths::systemLaunchAgentsFolder() {
+    return systemConfigFolder().parent_path() / "LaunchAgents";
+}
+
 } // namespace varnoth

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <vector>
 
 namespace varnoth {
 
@@ -25,6 +26,12 @@ public:
     static std::filesystem::path launchAgentsFolder();
     // $XDG_CONFIG_HOME/autostart, the desktop's login items.
     static std::filesystem::path autostartFolder();
+    // The absolute folders of $XDG_CONFIG_DIRS (default /etc/xdg), the system's share of the desktop's
+    // configuration.
+    static std::vector<std::filesystem::path> systemConfigDirectories();
+    // The launch agents of every user, beside the system configuration folder: /Library/LaunchAgents on
+    // macOS (so a test's VARNOTH_SYSTEM_CONFIG_DIR moves it too).
+    static std::filesystem::path systemLaunchAgentsFolder();
 };
 
 } // namespace varnoth

@@ -3,153 +3,121 @@
 #include "base/Logger.h"
 #include "base/PlatformPaths.h"
 #include "base/TextValues.h"
-#include "config/PlistDepth.h"
 #include "platform/Platform.h"
 
-#include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
-#include <plist/plist.h>
-#include <sys/stat.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace varnoth {
 
-// Owns the root dictionary of a property-list configuration.
-class Config::PlistDictionary {
-public:
-    explicit PlistDictionary(plist_t root) : root_(root) {}
-    ~PlistDictionary() { plist_free(root_); }
-    PlistDictionary(const PlistDictionary&) = delete;
-    PlistDictionary& operator=(const PlistDictionary&) = delete;
-
-    plist_t item(const std::string& key) const { return plist_dict_get_item(root_, key.c_str()); }
-
-    std::optional<std::string> text(const std::string& key) const {
-        plist_t node = item(key);
-        if (node == nullptr || plist_get_node_type(node) != PLIST_STRING) {
-            return std::nullopt;
-        }
-        // By pointer and length: libplist's copying getter aborts on a string holding a NUL byte,
-        // which a property list can carry.
-        uint64_t length = 0;
-        const char* value = plist_get_string_ptr(node, &length);
-        return value != nullptr ? std::string(value, static_cast<std::size_t>(length)) : std::string();
-    }
-
-    std::optional<bool> boolean(const std::string& key) const {
-        plist_t node = item(key);
-        if (node == nullptr || plist_get_node_type(node) != PLIST_BOOLEAN) {
-            return std::nullopt;
-        }
-        uint8_t value = 0;
-        plist_get_bool_val(node, &value);
-        return value != 0;
-    }
-
-    // A number that a 32-bit integer holds exactly; anything else is the wrong type.
-    std::optional<std::int32_t> int32(const std::string& key) const {
-        plist_t node = item(key);
-        if (node == nullptr) {
-            return std::nullopt;
-        }
-        if (plist_get_node_type(node) == PLIST_UINT) {
-            uint64_t raw = 0;
-            plist_get_uint_val(node, &raw);
-            const auto value = static_cast<std::int64_t>(raw); // negative integers arrive two's complement
-            if (value < INT32_MIN || value > INT32_MAX || (value < 0 && !holdsNegative(node, value))) {
-                return std::nullopt;
-            }
-            return static_cast<std::int32_t>(value);
-        }
-        if (plist_get_node_type(node) == PLIST_REAL) {
-            double value = 0;
-            plist_get_real_val(node, &value);
-            if (value >= INT32_MIN && value <= INT32_MAX &&
-                static_cast<double>(static_cast<std::int32_t>(value)) == value) {
-                return static_cast<std::int32_t>(value);
-            }
-        }
-        return std::nullopt;
-    }
-
-private:
-    // -1 and 18446744073709551615 arrive with the same 64 bits; libplist tells them apart only when
-    // comparing nodes, so the node is compared with one that it made from the negative number's text.
-    static bool holdsNegative(plist_t node, std::int64_t value) {
-        const std::string xml =
-            "<plist version=\"1.0\"><integer>" + std::to_string(value) + "</integer></plist>";
-        plist_t probe = nullptr;
-        plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &probe);
-        const bool same = probe != nullptr && plist_compare_node_value(node, probe) != 0;
-        plist_free(probe);
-        return same;
-    }
-
-    plist_t root_;
-};
-
 namespace {
+
+using Type = PreferenceValue::Type;
+using Form = Config::Form;
 
 std::unique_ptr<Config>& sharedInstance() {
     static std::unique_ptr<Config> instance;
     return instance;
 }
 
-const char* const incorrectFormat =
-    "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
-
-enum class FileProblem { none, unopenable, notRegular, tooLarge };
-
-// Reads the whole configuration file into content. Only a regular file of at most
-// Config::maxFileBytes is read, opened without blocking: a FIFO or a device at the path would
-// otherwise hang or exhaust every start.
-FileProblem readWholeFile(const std::filesystem::path& path, std::string& content) {
-    const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0) {
-        return FileProblem::unopenable;
-    }
-    struct stat status {};
-    FileProblem problem = FileProblem::none;
-    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
-        problem = FileProblem::notRegular;
-    } else if (static_cast<std::uintmax_t>(status.st_size) > Config::maxFileBytes) {
-        problem = FileProblem::tooLarge;
-    } else {
-        content.resize(static_cast<std::size_t>(status.st_size));
-        std::size_t done = 0;
-        while (done < content.size()) {
-            const ssize_t count = ::read(file, content.data() + done, content.size() - done);
-            if (count < 0 && errno == EINTR) {
-                continue;
-            }
-            if (count <= 0) {
-                break; // shorter than it was: the rest is gone
-            }
-            done += static_cast<std::size_t>(count);
-        }
-        content.resize(done);
-    }
-    ::close(file);
-    return problem;
+// "is text, not a Boolean": what a value of the wrong type in a property list is.
+std::string wrongType(const PreferenceValue& raw, const char* wanted) {
+    static const std::map<std::string, const char*> others = {
+        {"array", "an array"}, {"dictionary", "a dictionary"}, {"date", "a date"}, {"data", "data"}};
+    const char* is = raw.type == Type::text      ? "text"
+                     : raw.type == Type::boolean ? "a Boolean"
+                     : raw.type == Type::integer ? "an integer"
+                     : raw.type == Type::real    ? "a real number"
+                     : others.count(raw.text)    ? others.at(raw.text)
+                                                 : "data";
+    return std::string("is ") + is + ", not " + wanted;
 }
 
-std::string describe(FileProblem problem, const std::filesystem::path& path) {
-    const std::string name = "The file \u201c" + path.filename().string() + "\u201d";
-    switch (problem) {
-    case FileProblem::unopenable:
-        return name + " couldn\u2019t be opened because you don\u2019t have permission to view it.";
-    case FileProblem::notRegular:
-        return name + " isn\u2019t a regular file.";
-    case FileProblem::tooLarge:
-        return name + " is larger than " + std::to_string(Config::maxFileBytes) + " bytes.";
-    case FileProblem::none:
-        break;
+std::optional<bool> readFlag(const PreferenceValue& raw, Form form, std::string& why) {
+    const bool propertyList = form != Form::text;
+    if (propertyList) {
+        if (raw.type == Type::boolean) {
+            return raw.text == "true";
+        }
+        why = wrongType(raw, "a Boolean");
+        return std::nullopt;
     }
-    return {};
+    if (auto number = text::parseInteger<std::int64_t>(raw.text)) {
+        return *number != 0;
+    }
+    why = "is not an integer";
+    return std::nullopt;
+}
+
+std::optional<std::string> readText(const PreferenceValue& raw, Form form, std::string& why) {
+    const bool propertyList = form != Form::text;
+    if (propertyList && raw.type != Type::text) {
+        why = wrongType(raw, "text");
+        return std::nullopt;
+    }
+    return raw.text;
+}
+
+// Text in both forms: a bare number is hours, a number with a lower-case "m" minutes.
+std::optional<float> readFrequency(const PreferenceValue& raw, Form form, std::string& why) {
+    const bool propertyList = form != Form::text;
+    if (propertyList && raw.type != Type::text) {
+        why = wrongType(raw, "text");
+        return std::nullopt;
+    }
+    std::string_view number = raw.text;
+    float multiplier = 60;
+    if (!number.empty() && number.back() == 'm') {
+        number.remove_suffix(1);
+        multiplier = 1;
+    }
+    if (auto parsed = text::parseFloat(number)) {
+        return *parsed * multiplier;
+    }
+    why = "is not a number";
+    return std::nullopt;
+}
+
+// A TCP port: an integer of 1 to 65535 (in a property list also a whole real number).
+std::optional<std::int32_t> readPort(const PreferenceValue& raw, Form form, std::string& why) {
+    const bool propertyList = form != Form::text;
+    std::optional<double> number;
+    if (propertyList && raw.type == Type::real) {
+        double real = 0.5; // text that is no number is no whole one
+        std::from_chars(raw.text.data(), raw.text.data() + raw.text.size(), real);
+        if (real != std::floor(real)) {
+            why = "is not a whole number";
+            return std::nullopt;
+        }
+        number = real;
+    } else if (propertyList && raw.type != Type::integer) {
+        why = wrongType(raw, "an integer");
+        return std::nullopt;
+    } else if (auto integer = text::parseInteger<std::int64_t>(raw.text)) {
+        number = static_cast<double>(*integer);
+    } else if (!propertyList) {
+        why = "is not an integer";
+        return std::nullopt;
+    }
+    if (!number || *number < 1 || *number > 65535) { // a property list's integer beyond 64 bits too
+        why = "is outside 1\u201365535";
+        return std::nullopt;
+    }
+    return static_cast<std::int32_t>(*number);
+}
+
+// The address counts only when it is text; an empty one counts only in the property-list file, where it
+// fixes the empty address.
+std::optional<std::string> readAddress(const PreferenceValue& raw, Form form, std::string& why) {
+    auto address = readText(raw, form, why);
+    return address && (form == Form::propertyList || !address->empty()) ? address : std::nullopt;
+}
+
+// A refused text shows at most this much of itself.
+std::string shortened(const std::string& text) {
+    constexpr std::size_t limit = 64;
+    return text.size() <= limit ? text : text.substr(0, limit) + "\u2026";
 }
 
 } // namespace
@@ -171,6 +139,26 @@ Config::Locations Config::platformLocations() {
                      Platform::bundle().name};
 }
 
+const std::vector<std::pair<std::string, PreferenceValue::Type>>& Config::keys() {
+    static const std::vector<std::pair<std::string, Type>> all = {
+        {"UpdateFrequency", Type::text},
+        {"AllowConfigureDefaultSignatures", Type::boolean},
+        {"ShowViewLogMenu", Type::boolean},
+        {"ShowExitMenu", Type::boolean},
+        {"ShowLaunchAtLogon", Type::boolean},
+        {"SignatureServerAddress", Type::text},
+        {"SignatureServerPort", Type::integer},
+        {"ShowConfigurationMenu", Type::boolean},
+        {"UserEmailAddress", Type::text},
+        {"SignatureServerAutodetect", Type::boolean},
+        {"LDAPUser", Type::text},
+        {"LDAPPassword", Type::text},
+        {"LDAPServer", Type::text},
+        {"SuppressErrorMessages", Type::boolean},
+    };
+    return all;
+}
+
 Config::Config(const Locations& locations, const std::string& name) {
     const std::filesystem::path systemFolder = locations.systemFolder / locations.bundleName;
     const std::filesystem::path candidates[] = {
@@ -178,7 +166,8 @@ Config::Config(const Locations& locations, const std::string& name) {
         systemFolder / (name + ".txt"),
         locations.applicationSupportFolder / "Varnoth" / locations.bundleName / (name + ".txt"),
     };
-    for (std::size_t index = 0; index < std::size(candidates); ++index) {
+    bool found = false;
+    for (std::size_t index = 0; index < std::size(candidates) && !found; ++index) {
         const auto& path = candidates[index];
         Logger::log("Checking for configuration file: " + path.string());
         std::error_code error;
@@ -187,51 +176,47 @@ Config::Config(const Locations& locations, const std::string& name) {
         }
         Logger::log("Using configuration file: " + path.string());
         usedFile_ = path;
+        found = true;
         if (index == 0) {
             plistMode = true;
             loadPropertyList(path);
         } else if (!loadTextFile(path)) {
             Logger::log("Error: couldn't read config file, possibly no permission");
         }
-        return;
     }
-    Logger::log("Error: couldn't find config file");
+    if (!found) {
+        Logger::log("Error: couldn't find config file");
+    }
+    // Taken once, as the file is: the settings stay those of the start.
+    if (const ManagedPreferences* preferences = Platform::managedPreferences()) {
+        for (const auto& [key, type] : keys()) {
+            if (auto value = preferences->forced(key)) {
+                managed_[key] = *value;
+            }
+        }
+    }
 }
 
 Config::~Config() = default;
 
 void Config::loadPropertyList(const std::filesystem::path& path) {
-    std::string content;
-    std::string problem = describe(readWholeFile(path, content), path);
-    if (problem.empty() && !PlistDepth::within(content, maxPlistDepth)) {
-        // libplist's parsers recurse once per level and would end the process.
-        problem = "The property list nests deeper than " + std::to_string(maxPlistDepth) + " levels.";
+    std::string problem;
+    plistSettings = PlistDictionary::load(path, problem);
+    if (!plistSettings) {
+        Logger::log("Error reading plist configuration: " + problem);
+        std::printf("Error reading plist configuration %s: %s\n", path.c_str(), problem.c_str());
+        std::fflush(stdout);
     }
-    if (problem.empty() && !content.empty()) {
-        plist_t root = nullptr;
-        plist_from_memory(content.data(), static_cast<uint32_t>(content.size()), &root);
-        if (root != nullptr && plist_get_node_type(root) == PLIST_DICT) {
-            plistSettings = std::make_unique<PlistDictionary>(root);
-            return;
-        }
-        plist_free(root);
-    }
-    if (problem.empty()) {
-        problem = incorrectFormat;
-    }
-    Logger::log("Error reading plist configuration: " + problem);
-    std::printf("Error reading plist configuration %s: %s\n", path.c_str(), problem.c_str());
-    std::fflush(stdout);
 }
 
 bool Config::loadTextFile(const std::filesystem::path& path) {
     std::string content;
-    const FileProblem problem = readWholeFile(path, content);
-    if (problem == FileProblem::notRegular || problem == FileProblem::tooLarge) {
-        Logger::log("Error reading configuration file: " + describe(problem, path));
+    const ConfigFile::Problem problem = ConfigFile::read(path, content);
+    if (problem == ConfigFile::Problem::notRegular || problem == ConfigFile::Problem::tooLarge) {
+        Logger::log("Error reading configuration file: " + ConfigFile::describe(problem, path));
         return true; // said; the defaults hold
     }
-    if (problem != FileProblem::none || !text::isValidUtf8(content)) {
+    if (problem != ConfigFile::Problem::none || !text::isValidUtf8(content)) {
         return false;
     }
     // Editors on Windows start UTF-8 files with a byte-order mark, which would become part of the first key.
@@ -255,126 +240,196 @@ bool Config::loadTextFile(const std::filesystem::path& path) {
     return true;
 }
 
-std::optional<std::string> Config::textValue(const std::string& key) const {
+// The managed value, else the file's, else the fallback; a refused value passes the choice on.
+template <typename T>
+Config::Choice<T> Config::choose(const std::string& key, T fallback, Reader<T> read) const {
+    Choice<T> choice{std::move(fallback), Source::fallback, {}};
+    auto attempt = [&](const std::optional<PreferenceValue>& raw, Form form, Source source) {
+        std::string why;
+        auto value = raw ? read(*raw, form, why) : std::nullopt;
+        if (value) {
+            choice.value = std::move(*value);
+            choice.source = source;
+        } else if (!why.empty()) {
+            const bool quoted = raw->type != Type::other;
+            choice.refused.push_back(
+                std::string(source == Source::managed ? "the managed value " : "the value ") +
+                (quoted ? "'" + shortened(raw->text) + "' " : "") + why);
+        }
+        return value.has_value();
+    };
+    const auto managed = managed_.find(key);
+    if (attempt(managed != managed_.end() ? std::optional(managed->second) : std::nullopt, Form::managed,
+                Source::managed)) {
+        return choice;
+    }
+    std::optional<PreferenceValue> fromFile;
     if (plistMode) {
-        return plistSettings ? plistSettings->text(key) : std::nullopt;
+        fromFile = plistSettings ? plistSettings->value(key) : std::nullopt;
+    } else if (auto found = settings.find(key); found != settings.end()) {
+        fromFile = PreferenceValue{Type::text, found->second};
     }
-    auto found = settings.find(key);
-    if (found == settings.end()) {
-        return std::nullopt;
-    }
-    return found->second;
+    attempt(fromFile, plistMode ? Form::propertyList : Form::text, Source::file);
+    return choice;
 }
 
-bool Config::boolValue(const std::string& key, bool fallback) const {
-    if (plistMode) {
-        auto value = plistSettings ? plistSettings->boolean(key) : std::nullopt;
-        return value.value_or(fallback);
+Config::Choice<bool> Config::flag(const std::string& key, bool fallback) const {
+    return choose<bool>(key, fallback, readFlag);
+}
+Config::Choice<std::string> Config::text(const std::string& key) const {
+    return choose<std::string>(key, "", readText);
+}
+Config::Choice<float> Config::frequency() const {
+    return choose<float>("UpdateFrequency", 60, readFrequency);
+}
+Config::Choice<std::int32_t> Config::port() const {
+    return choose<std::int32_t>("SignatureServerPort", 5757, readPort);
+}
+
+Config::Choice<std::string> Config::address() const {
+    auto choice = choose<std::string>("UserEmailAddress", "", readAddress);
+    if (choice.source == Source::fallback) {
+        if (auto stored = Platform::userDefaults().string("UserEmailAddress")) {
+            choice.value = *stored;
+            choice.source = Source::user;
+        }
     }
-    auto found = settings.find(key);
-    if (found == settings.end()) {
-        return fallback;
-    }
-    auto number = text::parseInteger<std::int64_t>(found->second);
-    return number ? *number != 0 : fallback;
+    return choice;
 }
 
 float Config::UpdateFrequency() const {
-    constexpr float fallback = 60;
-    auto value = textValue("UpdateFrequency");
-    if (!value) {
-        return fallback;
-    }
-    std::string_view number = *value;
-    float multiplier = 60;
-    if (!number.empty() && number.back() == 'm') {
-        number.remove_suffix(1);
-        multiplier = 1;
-    }
-    auto parsed = text::parseFloat(number);
-    return parsed ? *parsed * multiplier : fallback;
+    return frequency().value;
 }
-
 bool Config::AllowConfigureDefaultSignatures() const {
-    return boolValue("AllowConfigureDefaultSignatures", true);
+    return flag("AllowConfigureDefaultSignatures", true).value;
 }
 bool Config::ShowViewLogMenu() const {
-    return boolValue("ShowViewLogMenu", true);
+    return flag("ShowViewLogMenu", true).value;
 }
 bool Config::ShowExitMenu() const {
-    return boolValue("ShowExitMenu", true);
+    return flag("ShowExitMenu", true).value;
 }
 bool Config::ShowLaunchAtLogon() const {
-    return boolValue("ShowLaunchAtLogon", false);
+    return flag("ShowLaunchAtLogon", false).value;
 }
 bool Config::ShowConfigurationMenu() const {
-    return boolValue("ShowConfigurationMenu", true);
+    return flag("ShowConfigurationMenu", true).value;
 }
 bool Config::SignatureServerAutodetect() const {
-    return boolValue("SignatureServerAutodetect", false);
+    return flag("SignatureServerAutodetect", false).value;
 }
 bool Config::SuppressErrorMessages() const {
-    return boolValue("SuppressErrorMessages", false);
+    return flag("SuppressErrorMessages", false).value;
 }
-
 std::string Config::SignatureServerAddress() const {
-    return textValue("SignatureServerAddress").value_or("");
+    return text("SignatureServerAddress").value;
 }
 std::string Config::LDAPUser() const {
-    return textValue("LDAPUser").value_or("");
+    return text("LDAPUser").value;
 }
 std::string Config::LDAPPassword() const {
-    return textValue("LDAPPassword").value_or("");
+    return text("LDAPPassword").value;
 }
 std::string Config::LDAPServer() const {
-    return textValue("LDAPServer").value_or("");
+    return text("LDAPServer").value;
 }
-
 std::int32_t Config::SignatureServerPort() const {
-    constexpr std::int32_t fallback = 5757;
-    if (plistMode) {
-        auto value = plistSettings ? plistSettings->int32("SignatureServerPort") : std::nullopt;
-        return value.value_or(fallback);
-    }
-    auto found = settings.find("SignatureServerPort");
-    if (found == settings.end()) {
-        return fallback;
-    }
-    return text::parseInteger<std::int32_t>(found->second).value_or(fallback);
+    return port().value;
 }
-
 std::string Config::UserEmailAddress() const {
-    if (plistMode) {
-        if (auto value = plistSettings ? plistSettings->text("UserEmailAddress") : std::nullopt) {
-            return *value;
-        }
-    } else if (auto found = settings.find("UserEmailAddress");
-               found != settings.end() && !found->second.empty()) {
-        return found->second;
-    }
-    return Platform::userDefaults().string("UserEmailAddress").value_or("");
+    return address().value;
 }
 
 bool Config::UserEmailAddressEditable() const {
+    if (address().source == Source::managed) {
+        return false;
+    }
     auto found = settings.find("UserEmailAddress");
     return found == settings.end() || found->second.empty();
 }
 
+std::vector<Config::Setting> Config::effectiveSettings() const {
+    std::vector<Setting> result;
+    auto add = [&result](const std::string& key, const auto& choice, std::string value) {
+        result.push_back(Setting{key, std::move(value), choice.source, choice.refused});
+    };
+    auto addFlag = [&](const std::string& key, bool fallback) {
+        const auto choice = flag(key, fallback);
+        add(key, choice, choice.value ? "true" : "false");
+    };
+    auto addText = [&](const std::string& key) {
+        const auto choice = text(key);
+        add(key, choice, choice.value);
+    };
+    const auto interval = frequency();
+    add("UpdateFrequency", interval, text::shortestFloat(interval.value));
+    addFlag("AllowConfigureDefaultSignatures", true);
+    addFlag("ShowViewLogMenu", true);
+    addFlag("ShowExitMenu", true);
+    addFlag("ShowLaunchAtLogon", false);
+    addText("SignatureServerAddress");
+    const auto server = port();
+    add("SignatureServerPort", server, std::to_string(server.value));
+    addFlag("ShowConfigurationMenu", true);
+    const auto mailbox = address();
+    add("UserEmailAddress", mailbox, mailbox.value);
+    addFlag("SignatureServerAutodetect", false);
+    addText("LDAPUser");
+    addText("LDAPPassword");
+    addText("LDAPServer");
+    addFlag("SuppressErrorMessages", false);
+    return result;
+}
+
+std::string Config::refusalText(const Setting& setting) {
+    std::string said;
+    for (const auto& refused : setting.refused) {
+        said += refused + "; ";
+    }
+    switch (setting.source) {
+    case Source::managed:
+        return said + "managed value used";
+    case Source::file:
+        return said + "file value used";
+    case Source::user:
+        return said + "the user's address used";
+    case Source::fallback:
+        break;
+    }
+    return said + "default used";
+}
+
 std::string Config::settingsText() const {
-    auto flag = [](bool value) { return value ? "true" : "false"; };
+    auto flagText = [](bool value) { return value ? "true" : "false"; };
     return "\nUpdateFrequency: " + text::shortestFloat(UpdateFrequency()) +
-           "\nAllowConfigureDefaultSignatures: " + flag(AllowConfigureDefaultSignatures()) +
-           "\nShowViewLogMenu: " + flag(ShowViewLogMenu()) + "\nShowExitMenu: " + flag(ShowExitMenu()) +
-           "\nShowLaunchAtLogon: " + flag(ShowLaunchAtLogon()) +
+           "\nAllowConfigureDefaultSignatures: " + flagText(AllowConfigureDefaultSignatures()) +
+           "\nShowViewLogMenu: " + flagText(ShowViewLogMenu()) +
+           "\nShowExitMenu: " + flagText(ShowExitMenu()) +
+           "\nShowLaunchAtLogon: " + flagText(ShowLaunchAtLogon()) +
            "\nSignatureServerAddress: " + SignatureServerAddress() +
            "\nSignatureServerPort: " + std::to_string(SignatureServerPort()) +
-           "\nShowConfigurationMenu: " + flag(ShowConfigurationMenu()) +
+           "\nShowConfigurationMenu: " + flagText(ShowConfigurationMenu()) +
            "\nUserEmailAddress: " + UserEmailAddress() +
-           "\nSuppressErrorMessages: " + flag(SuppressErrorMessages());
+           "\nSuppressErrorMessages: " + flagText(SuppressErrorMessages());
 }
 
 void Config::logSettings() const {
     Logger::log(settingsText());
+    std::string managedKeys;
+    const auto all = effectiveSettings();
+    for (const auto& setting : all) {
+        if (setting.source == Source::managed) {
+            managedKeys += (managedKeys.empty() ? "" : ", ") + setting.key;
+        }
+    }
+    if (!managedKeys.empty()) {
+        Logger::log("Managed settings: " + managedKeys);
+    }
+    for (const auto& setting : all) {
+        if (!setting.refused.empty()) {
+            Logger::log("Warning: " + setting.key + ": " + refusalText(setting));
+        }
+    }
 }
 
 } // namespace varnoth

@@ -1,6 +1,9 @@
 #include "config/ConfigReport.h"
 
 #include "base/Logger.h"
+#include "base/TextValues.h"
+
+#include <map>
 
 #include <cctype>
 
@@ -78,6 +81,27 @@ bool ConfigReport::fileRead() const {
     return true;
 }
 
+std::string ConfigReport::line(const Config::Setting& setting) {
+    static const char* const sources[] = {"managed", "file", "user", "default"};
+    std::string value = setting.value, note = sources[static_cast<int>(setting.source)];
+    if (setting.key == "UpdateFrequency") {
+        // The interval the timer really takes, within its bounds (NaN too).
+        float used = text::parseFloat(value).value_or(Config::minimumUpdateFrequency);
+        if (!(used >= Config::minimumUpdateFrequency)) {
+            used = Config::minimumUpdateFrequency;
+            note += "; " + value + " raised to the shortest interval";
+        } else if (used > Config::maximumUpdateFrequency) {
+            used = Config::maximumUpdateFrequency;
+            note += "; " + value + " lowered to the longest interval";
+        }
+        value = text::shortestFloat(used) + " minutes";
+    } else if (setting.key == "LDAPPassword") {
+        value = value.empty() ? "empty" : "set, not shown";
+    }
+    return setting.key + ": " + value + " (" +
+           (setting.refused.empty() ? note : Config::refusalText(setting)) + ")";
+}
+
 std::string ConfigReport::text() const {
     std::string report;
     for (const auto& line : searchLines_) {
@@ -93,16 +117,27 @@ std::string ConfigReport::text() const {
             report += ", not readable: every setting has its default";
         }
     }
-    report += "\n\nEffective settings, as the log's settings entry shows them:";
-    report += config_->settingsText();
+    std::map<std::string, Config::Setting> settings;
+    std::string managed;
+    for (auto& setting : config_->effectiveSettings()) {
+        if (setting.source == Config::Source::managed) {
+            managed += (managed.empty() ? "" : ", ") + setting.key;
+        }
+        settings[setting.key] = std::move(setting);
+    }
+    report += "\nManaged settings: " + (managed.empty() ? "none" : managed);
+    report += "\n\nEffective settings, each with its source (managed, file, user or default):";
+    for (const char* key :
+         {"UpdateFrequency", "AllowConfigureDefaultSignatures", "ShowViewLogMenu", "ShowExitMenu",
+          "ShowLaunchAtLogon", "SignatureServerAddress", "SignatureServerPort", "ShowConfigurationMenu",
+          "UserEmailAddress", "SuppressErrorMessages"}) {
+        report += "\n" + line(settings.at(key));
+    }
     // Discovery settings are not part of the log's entry; the password is only said to be there.
     report += "\n\nDirectory discovery:";
-    report += std::string("\nSignatureServerAutodetect: ") +
-              (config_->SignatureServerAutodetect() ? "true" : "false");
-    report += "\nLDAPServer: " + config_->LDAPServer();
-    report += "\nLDAPUser: " + config_->LDAPUser();
-    report +=
-        std::string("\nLDAPPassword: ") + (config_->LDAPPassword().empty() ? "(empty)" : "(set, not shown)");
+    for (const char* key : {"SignatureServerAutodetect", "LDAPServer", "LDAPUser", "LDAPPassword"}) {
+        report += "\n" + line(settings.at(key));
+    }
     report += "\n\nLog file: " + Logger::logFilePath().string() + "\n";
     return report;
 }

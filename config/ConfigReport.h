@@ -9,8 +9,9 @@
 namespace varnoth {
 
 // What an administrator checks in a deployment (varnoth-agent --print-config): the configuration file
-// search as the log would show it, the file that was read, and the effective settings in the form of
-// the log's settings entry. Reading the configuration for the report leaves the log file alone.
+// search as the log would show it, the file that was read, the managed settings, and each effective
+// setting with its source (managed, file, user or default) or the values it refused. Reading the
+// configuration for the report leaves the log file alone.
 class ConfigReport {
 public:
     explicit ConfigReport(const Config::Locations& locations);
@@ -21,6 +22,8 @@ public:
     // False when no file was found or the file could not be read: every setting is then a default.
     bool fileRead() const;
     std::string text() const;
+    // "SignatureServerPort: 7100 (managed)"; the interval as the timer takes it, in minutes.
+    static std::string line(const Config::Setting& setting);
 
 private:
     std::vector<std::string> searchLines_;

@@ -23,6 +23,10 @@ public:
 
     virtual void setOkButtonEnabled(bool enabled) = 0;
 
+    // The sentence above the controls, and the hint under the field (hidden while empty).
+    virtual void setExplanation(const std::string& text) = 0;
+    virtual void setHint(const std::string& text) = 0;
+
     virtual void closeWindow() = 0;
 };
 

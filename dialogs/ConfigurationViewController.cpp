@@ -14,7 +14,7 @@ void ConfigurationViewController::setUseEmail(bool useEmail) {
 
 void ConfigurationViewController::viewWillAppear() {
     const Config& config = Config::shared();
-    const bool editable = config.UserEmailAddressEditable();
+    const bool editable = editable_ = config.UserEmailAddressEditable();
     const std::string address = config.UserEmailAddress();
     // An address fixed by the administrator is always in use; otherwise a stored one is.
     useEmail_ = editable ? !address.empty() : true;
@@ -27,14 +27,23 @@ void ConfigurationViewController::viewWillAppear() {
     view_->setCheckboxEnabled(editable);
     view_->setEmailInputEnabled(useEmail_ && editable);
     view_->setEmailText(address);
+    view_->setExplanation(editable ? explanation : fixedExplanation);
+    updateHint();
     // Nothing has changed yet, so there is nothing to store: OK waits for the first edit or click.
     view_->setOkButtonEnabled(false);
+}
+
+// The rule behind a disabled OK, said where the user types; a fixed address is no one's to correct.
+void ConfigurationViewController::updateHint() {
+    const bool waiting = editable_ && useEmail_ && view_->emailText().find('@') == std::string::npos;
+    view_->setHint(waiting ? addressHint : "");
 }
 
 void ConfigurationViewController::validateInput() {
     // Deliberately loose: any "@" will do, the signature server decides what is a mailbox.
     const bool valid = !useEmail_ || view_->emailText().find('@') != std::string::npos;
     view_->setOkButtonEnabled(valid);
+    updateHint();
 }
 
 void ConfigurationViewController::useEmailChanged() {

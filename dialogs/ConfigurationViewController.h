@@ -9,6 +9,13 @@ class ConfigurationView;
 // "UserEmailAddress". One controller serves every opening of the dialog.
 class ConfigurationViewController {
 public:
+    static constexpr const char* explanation = "Signatures are fetched for the email address of Outlook's "
+                                               "default account unless you enter another address here.";
+    // When the administrator fixes the address, in the configuration file or as a managed preference.
+    static constexpr const char* fixedExplanation = "This address is set by your organisation.";
+    // Under the field while OK waits for an "@".
+    static constexpr const char* addressHint = "OK is available once the address contains \"@\".";
+
     explicit ConfigurationViewController(ConfigurationView* view = nullptr) : view_(view) {}
 
     // The view is set once the window's controls exist and is used without a check from then on.
@@ -32,8 +39,11 @@ public:
     void validateInput();
 
 private:
+    void updateHint();
+
     ConfigurationView* view_;
     bool useEmail_ = false;
+    bool editable_ = true;
 };
 
 } // namespace varnoth

@@ -1,6 +1,7 @@
 #include "launchd/LaunchdLoginItem.h"
 
 #include "base/Logger.h"
+#include "base/PlatformPaths.h"
 #include "platform/Platform.h"
 
 #include <system_error>
@@ -92,6 +93,13 @@ bool LaunchdLoginItem::remove() {
         Logger::log("Error: couldn't remove the login item " + label + ": " + error.what());
         return false;
     }
+}
+
+bool LaunchdLoginItem::isProvidedBySystem() {
+    const std::string& label = Platform::bundle().identifier;
+    std::error_code error;
+    return !label.empty() &&
+           std::filesystem::exists(PlatformPaths::systemLaunchAgentsFolder() / (label + ".plist"), error);
 }
 
 } // namespace varnoth

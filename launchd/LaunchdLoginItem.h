@@ -17,6 +17,8 @@ public:
     bool isInstalled() override;
     bool install() override;
     bool remove() override;
+    // The installer package's launch agent, /Library/LaunchAgents/<bundle identifier>.plist.
+    bool isProvidedBySystem() override;
 
     // The record for the current bundle (Platform::bundle()).
     static LaunchAgent record();

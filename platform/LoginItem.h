@@ -14,6 +14,9 @@ public:
     virtual bool install() = 0;
     // Deletes the entry; true as well when there was none.
     virtual bool remove() = 0;
+    // Whether an entry for every user (the installer package's) starts the agent at login, so that
+    // this user's own is not needed.
+    virtual bool isProvidedBySystem() = 0;
 };
 
 } // namespace varnoth

@@ -15,8 +15,10 @@ struct MenuItem {
     std::function<void()> action;
     bool checkable = false;
     bool checked = false;
+    // An action the user cannot choose (one the administrator fixed) is shown disabled.
+    bool enabled = true;
 
-    static MenuItem separator() { return MenuItem{Kind::separator, {}, {}, false, false}; }
+    static MenuItem separator() { return MenuItem{Kind::separator, {}, {}, false, false, true}; }
 };
 
 } // namespace varnoth

@@ -86,6 +86,10 @@ UserDefaults& Platform::userDefaults() {
     return required(current().userDefaults, "user defaults");
 }
 
+ManagedPreferences* Platform::managedPreferences() {
+    return current().managedPreferences;
+}
+
 HostInfo& Platform::hostInfo() {
     static PosixHostInfo fallback;
     return current().hostInfo != nullptr ? *current().hostInfo : fallback;

@@ -8,6 +8,7 @@
 #include "platform/HostInfo.h"
 #include "platform/MainQueue.h"
 #include "platform/OutlookEnvironment.h"
+#include "platform/ManagedPreferences.h"
 #include "platform/ProcessLauncher.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
@@ -30,6 +31,7 @@ public:
         MainQueue* mainQueue = nullptr;
         Clock* clock = nullptr;
         UserDefaults* userDefaults = nullptr;
+        ManagedPreferences* managedPreferences = nullptr; // what the administrator forces
         HostInfo* hostInfo = nullptr;
         Accessibility* accessibility = nullptr;
         StatusItem* statusItem = nullptr;
@@ -52,6 +54,7 @@ public:
     static MainQueue& mainQueue();
     static Clock& clock();
     static UserDefaults& userDefaults();
+    static ManagedPreferences* managedPreferences(); // none where nothing is managed
     static HostInfo& hostInfo();
     static Accessibility& accessibility();
     static StatusItem* statusItem(); // none in a headless run

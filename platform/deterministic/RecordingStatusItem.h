@@ -29,7 +29,12 @@ public:
                                         [&](const MenuItem& entry) { return entry.title == title; });
         return found != menu.end() ? *found : throw std::out_of_range("no menu item " + title);
     }
-    void choose(const std::string& title) { item(title).action(); }
+    // A disabled entry does nothing, as in a real menu.
+    void choose(const std::string& title) {
+        if (item(title).enabled) {
+            item(title).action();
+        }
+    }
 
     bool button = true;
     std::vector<std::string> images;

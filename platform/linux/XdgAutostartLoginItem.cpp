@@ -296,4 +296,16 @@ bool XdgAutostartLoginItem::remove() {
     return true;
 }
 
+bool XdgAutostartLoginItem::isProvidedBySystem() {
+    const std::string& identifier = Platform::bundle().identifier;
+    std::error_code error;
+    for (const auto& folder : PlatformPaths::systemConfigDirectories()) {
+        if (!identifier.empty() &&
+            std::filesystem::exists(folder / "autostart" / (identifier + ".desktop"), error)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace varnoth

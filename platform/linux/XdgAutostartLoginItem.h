@@ -19,6 +19,8 @@ public:
     // sees half an entry.
     bool install() override;
     bool remove() override;
+    // A system-wide entry of that name in an autostart folder of $XDG_CONFIG_DIRS (/etc/xdg/autostart).
+    bool isProvidedBySystem() override;
 
     static std::filesystem::path entryPath();
     // The whole entry for an executable and a display name.

@@ -59,12 +59,20 @@ TEST_P(AppDelegateTest, StepsLogWhatTheirScenarioFileHolds) {
         {"terminate", [&](auto&) { apps.back().applicationWillTerminate(); }},
         {"entry", [&](auto& text) { writeFile(entry, text); }},
         {"no-entry", [&](auto&) { std::filesystem::remove(entry); }},
+        // The installer's entry for every user, and the administrator's forced choice ("true", "false").
+        {"system-entry",
+         [&](auto& text) { writeFile(root() / "etc/xdg/autostart" / entry.filename(), text); }},
+        {"forced",
+         [&](auto& value) {
+             managed.values[StatusMenu::launchAtLoginKey] = {PreferenceValue::Type::boolean, value};
+         }},
         // The menu's entries, "-" for a separator and a box before a checkable one; then the login item.
         {"menu",
          [&](auto&) {
              for (const auto& item : statusItem.menu) {
                  result += item.kind == MenuItem::Kind::separator ? "-\n"
-                           : item.checkable ? (item.checked ? "[x] " : "[ ] ") + item.title + "\n"
+                           : item.checkable ? std::string(item.enabled ? "" : "(off) ") +
+                                                  (item.checked ? "[x] " : "[ ] ") + item.title + "\n"
                                             : item.title + "\n";
              }
              result += std::string(loginItem.isInstalled() ? "installed" : "not installed") +

@@ -26,6 +26,8 @@ protected:
     void setCheckboxState(CheckState state) override { checkbox = state; }
     void setCheckboxEnabled(bool enabled) override { checkboxEnabled = enabled; }
     void setOkButtonEnabled(bool enabled) override { okEnabled = enabled; }
+    void setExplanation(const std::string& text) override { explanation = text; }
+    void setHint(const std::string& text) override { hint = text; }
     void closeWindow() override { ++closes; }
 
     // The controls, whether the controller uses the address, and what is stored and in force.
@@ -38,11 +40,16 @@ protected:
             << controller.useEmail() << ", closed " << closes << ", stored "
             << (stored ? '"' + *stored + '"' : "nothing") << ", in force "
             << std::quoted(Config::shared().UserEmailAddress()) << " editable "
-            << Config::shared().UserEmailAddressEditable();
+            << Config::shared().UserEmailAddressEditable()
+            << (explanation == ConfigurationViewController::fixedExplanation
+                    ? ", says it is set by the organisation"
+                : explanation == ConfigurationViewController::explanation ? ""
+                                                                          : ", says " + explanation)
+            << (hint.empty() ? "" : ", hint");
         return out.str();
     }
 
-    std::string email;
+    std::string email, explanation = ConfigurationViewController::explanation, hint;
     bool emailEnabled = false;
     CheckState checkbox = CheckState::off;
     bool checkboxEnabled = true;
@@ -61,6 +68,10 @@ TEST_P(ConfigurationViewControllerTest, StepsLeaveTheControlsOfTheirScenarioFile
                        "UserEmailAddress=" + address + "\n");
          }},
         {"stored", [&](auto& address) { defaults.setString("UserEmailAddress", address); }},
+        {"managed",
+         [&](auto& address) {
+             managed.values["UserEmailAddress"] = {PreferenceValue::Type::text, address};
+         }},
         {"open", [&](auto&) { Config::setShared(nullptr), controller.viewWillAppear(); }},
         {"click",
          [&](auto&) {

@@ -67,7 +67,7 @@ printf 'SignatureServerAddress=127.0.0.1\nSignatureServerPort=%s\nLDAPPassword=N
 log="$XDG_STATE_HOME/Varnoth Brelvane Agent.log"
 "$prefix/bin/varnoth-agent" --print-config >"$work/print-config.txt" || { cat "$work/print-config.txt"; fail "--print-config found no file"; }
 grep -qxF "Using configuration file: $config/Varnoth Brelvane Agent.txt" "$work/print-config.txt" || fail "--print-config: $(cat "$work/print-config.txt")"
-grep -qx "SignatureServerPort: $port" "$work/print-config.txt" || fail "--print-config does not show the port"
+grep -qx "SignatureServerPort: $port (file)" "$work/print-config.txt" || fail "--print-config does not show the port"
 ! grep -q 'Never-Shown-1' "$work/print-config.txt" || fail "--print-config shows the directory password"
 [ ! -e "$log" ] || fail "--print-config wrote the log file"
 

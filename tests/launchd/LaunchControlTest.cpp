@@ -142,9 +142,10 @@ protected:
         }
         if (word == "xdg" || word == "launchd") {
             LoginItem& it = word == "xdg" ? static_cast<LoginItem&>(autostart) : jobRecord;
-            const bool done = raw == "install"  ? it.install()
-                              : raw == "remove" ? it.remove()
-                                                : it.isInstalled();
+            const bool done = raw == "install"              ? it.install()
+                              : raw == "remove"             ? it.remove()
+                              : raw == "isProvidedBySystem" ? it.isProvidedBySystem()
+                                                            : it.isInstalled();
             return done ? "true" : "false";
         }
         if (word == "entry") {

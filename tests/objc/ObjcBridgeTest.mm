@@ -7,6 +7,7 @@
 #include "platform/mac/MacAccessibility.h"
 #include "platform/mac/MacBundle.h"
 #include "platform/mac/MacHostInfo.h"
+#include "platform/mac/MacManagedPreferences.h"
 #include "platform/mac/MacUserDefaults.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
@@ -131,6 +132,30 @@ TEST_F(ObjcBridgeTest, MessagesReachTheScriptClassAndTheMacServicesAnswer) {
     EXPECT_EQ(defaults->stringArray("additionalSignatures"), (Lines{"a", "b"}));
     EXPECT_EQ(defaults->stringArray("UserEmailAddress"), std::nullopt);
     EXPECT_EQ(defaults->string("additionalSignatures"), std::nullopt);
+
+    // Forced values with their types (the shim forces the argument domain's), the others not at all.
+    using Type = PreferenceValue::Type;
+    NSUserDefaults* standard = [NSUserDefaults standardUserDefaults];
+    [standard removeVolatileDomainForName:NSArgumentDomain];
+    [standard
+        setVolatileDomain:[NSDictionary
+                              dictionaryWithObjectsAndKeys:@"managed.example.com", @"SignatureServerAddress",
+                                                           [NSNumber numberWithInt:7100],
+                                                           @"SignatureServerPort",
+                                                           [NSNumber numberWithBool:NO], @"ShowExitMenu",
+                                                           [NSNumber numberWithDouble:1.5],
+                                                           @"UpdateFrequency", [NSArray array], @"LDAPServer",
+                                                           nil]
+                  forName:NSArgumentDomain];
+    const auto managed = MacManagedPreferences::Create();
+    EXPECT_EQ(managed->forced("SignatureServerAddress"),
+              (PreferenceValue{Type::text, "managed.example.com"}));
+    EXPECT_EQ(managed->forced("SignatureServerPort"), (PreferenceValue{Type::integer, "7100"}));
+    EXPECT_EQ(managed->forced("ShowExitMenu"), (PreferenceValue{Type::boolean, "false"}));
+    EXPECT_EQ(managed->forced("UpdateFrequency"), (PreferenceValue{Type::real, "1.5"}));
+    EXPECT_EQ(managed->forced("LDAPServer"), (PreferenceValue{Type::other, "array"}));
+    EXPECT_FALSE(managed->isForced("UserEmailAddress")); // the user's own value is no forced one
+    [standard removeVolatileDomainForName:NSArgumentDomain];
 
     // The login item's program: the executable itself, whatever argv[0] said.
     EXPECT_EQ(MacBundle::Create()->info().executablePath, std::filesystem::read_symlink("/proc/self/exe"));

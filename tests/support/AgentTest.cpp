@@ -16,6 +16,7 @@ void AgentTest::SetUp() {
                                        {"XDG_STATE_HOME", "home/.local/state"},
                                        {"XDG_CONFIG_HOME", "home/.config"},
                                        {"XDG_DATA_HOME", "home/.local/share"},
+                                       {"XDG_CONFIG_DIRS", "etc/xdg"},
                                        {"VARNOTH_SYSTEM_CONFIG_DIR", "etc/Varnoth"}}) {
         setEnvironment(name, (root_ / folder).string());
     }
@@ -29,6 +30,7 @@ void AgentTest::SetUp() {
     ports.mainQueue = &queue;
     ports.clock = &queue;
     ports.userDefaults = &defaults;
+    ports.managedPreferences = &managed;
     ports.hostInfo = &host;
     ports.accessibility = &accessibility;
     ports.statusItem = &statusItem;

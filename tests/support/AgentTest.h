@@ -3,6 +3,7 @@
 #include "platform/deterministic/FixedHostInfo.h"
 #include "platform/deterministic/ManualAccessibility.h"
 #include "platform/deterministic/ManualMainQueue.h"
+#include "platform/deterministic/MemoryManagedPreferences.h"
 #include "platform/deterministic/MemoryUserDefaults.h"
 #include "platform/deterministic/RecordingAlerts.h"
 #include "platform/deterministic/RecordingApplication.h"
@@ -45,6 +46,7 @@ protected:
 
     ManualMainQueue queue;
     MemoryUserDefaults defaults;
+    MemoryManagedPreferences managed;
     FixedHostInfo host;
     ManualAccessibility accessibility;
     RecordingStatusItem statusItem;

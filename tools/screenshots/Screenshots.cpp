@@ -12,6 +12,7 @@
 #include "base/Logger.h"
 #include "config/Config.h"
 #include "platform/Platform.h"
+#include "platform/deterministic/MemoryManagedPreferences.h"
 #include "platform/deterministic/MemoryUserDefaults.h"
 
 #include <QApplication>
@@ -93,10 +94,12 @@ int main(int argc, char** argv) {
 
     QApplication application(argc, argv);
     MemoryUserDefaults defaults;
+    MemoryManagedPreferences managed;
     QtStatusItem tray(VARNOTH_TEST_RESOURCES);
     QtDesktop desktop(false);
     Platform::Ports ports;
     ports.userDefaults = &defaults;
+    ports.managedPreferences = &managed;
     ports.statusItem = &tray;
     ports.application = &desktop;
     ports.bundle.name = Config::baseName;
@@ -134,6 +137,17 @@ int main(int argc, char** argv) {
         input->end(false);
         QTest::keyClicks(input, ".uk");
         saved &= save(window.dialog(), output / "configuration-fixed-address.png");
+        window.close();
+    }
+    {
+        // The address a configuration profile forces; managed values are taken as the configuration is read.
+        managed.values["UserEmailAddress"] = {PreferenceValue::Type::text, "jane.doe@example.com"};
+        Config::setShared(std::make_unique<Config>(
+            Config::Locations{scratch / "system", scratch / "user", Config::baseName}));
+        ConfigurationWindow window;
+        window.center();
+        window.show();
+        saved &= save(window.dialog(), output / "configuration-set-by-organisation.png");
         window.close();
     }
 

@@ -17,6 +17,12 @@
 - (void)loadAppleScriptObjectiveCScripts;
 @end
 
+// GNUstep has no managed preferences: the values of the argument domain, which win over the user's own
+// as forced ones do, count as forced.
+@interface NSUserDefaults (AppleOnlyShim)
+- (BOOL)objectIsForcedForKey:(NSString*)key;
+@end
+
 // The accessibility API. The shim answers as if the user granted the permission at the prompt:
 // trusted exactly when the options ask for the prompt, so a test sees the option arrive.
 #ifdef __cplusplus

@@ -37,6 +37,12 @@
 }
 @end
 
+@implementation NSUserDefaults (AppleOnlyShim)
+- (BOOL)objectIsForcedForKey:(NSString*)key {
+    return [[self volatileDomainForName:NSArgumentDomain] objectForKey:key] != nil;
+}
+@end
+
 unsigned AppleOnlyShimScriptLoads = 0;
 
 CFStringRef kAXTrustedCheckOptionPrompt = @"AXTrustedCheckOptionPrompt";
