@@ -33,6 +33,10 @@ void DialogWindow::center() {
 }
 
 void DialogWindow::show() {
+    // A window still open from the last update gets no show event, yet it must follow the new update.
+    if (dialog_.isVisible()) {
+        windowWillAppear();
+    }
     dialog_.show();
     dialog_.raise();
     dialog_.activateWindow();

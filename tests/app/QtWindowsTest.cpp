@@ -8,6 +8,7 @@
 #include "app/QtStatusItem.h"
 #include "base/Logger.h"
 #include "base/TextValues.h"
+#include "config/Config.h"
 #include "platform/Platform.h"
 #include "platform/Termination.h"
 #include "platform/posix/SystemClock.h"
@@ -80,9 +81,11 @@ protected:
     }
 };
 
-// One window reused: closed by its button or Escape, it shows the next update's message and button; the
-// configure button its message quotes sends only the reply message and closes the window. The steps, the
-// dialog after each, what Outlook was sent and the log's last line are in tests/golden/app/apply-window.txt.
+// One window reused: closed by its button or Escape, it shows the next update's message and button, which
+// follow the answer's two actions and the administrator's permission ("allow V", read anew for each
+// update); the configure button its message quotes sends only the reply message and closes the window,
+// with a fresh handler each click. The steps, the dialog after each, what Outlook was sent and the log's
+// last line are in tests/golden/app/apply-window.txt.
 TEST_F(QtWindowsTest, ApplyWindowFollowsEachUpdateAndItsConfigureButtonSendsOnlyTheReplyMessage) {
     ScriptedOutlook outlook;
     ApplyWindow window;
@@ -94,20 +97,37 @@ TEST_F(QtWindowsTest, ApplyWindowFollowsEachUpdateAndItsConfigureButtonSendsOnly
                                                             {"dontchange", SignatureAction::dontchange},
                                                             {"clear", SignatureAction::clear}};
     expectTranscript("app/apply-window", [&](const std::string& word, const std::string& rest) {
-        // What an update run does: hand over the answer, let the dialog choose its message, show the window.
+        // What an update run does: hand over the answer ("none", or the two actions and "+" when a further
+        // signature was installed), let the dialog choose its message, show the window.
         if (word == "update") {
-            auto& signature = window.controller().signature.emplace();
-            signature.defaultSignatureAction = actions.at(rest.substr(0, rest.find(' ')));
-            signature.replySignatureAction = actions.at(rest.substr(rest.find(' ') + 1));
+            auto& signature = window.controller().signature;
+            signature.reset();
+            if (rest != "none") {
+                const auto words = caseArguments(text::replaceAll(rest, " ", " | "));
+                signature.emplace().defaultSignatureAction = actions.at(words[0]);
+                signature->replySignatureAction = actions.at(words[1]);
+                if (words.size() > 2) {
+                    signature->additionalSignatures["Legal"] = "<p>Legal</p>";
+                }
+            }
             window.controller().updateMessage();
+        } else if (word == "allow") {
+            writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
+                      "AllowConfigureDefaultSignatures=" + rest + "\n");
+            Config::setShared(nullptr);
+        } else if (word == "forget-account") { // the handler's learned account and Outlook's
+            OutlookHandler::defaultAccount.reset(), outlook.script.account = "";
         }
         const std::string dialog = step(window, word == "update" ? "show" : word, rest);
         std::string sent;
         for (const auto& message : outlook.script.messages) {
             sent += " " + message.selector + (message.arguments.empty() ? "" : message.arguments[0]);
         }
-        return text::replaceAll(dialog, ApplyViewController::automaticMessage, "<automatic message>") +
-               " | Outlook:" + sent + " | " + logLines().back();
+        outlook.script.messages.clear();
+        return text::replaceAll(
+            text::replaceAll(dialog, ApplyViewController::automaticMessage, "<automatic message>") +
+                " | Outlook:" + sent + " | " + logLines().back(),
+            root().string(), "<root>");
     });
 }
 
