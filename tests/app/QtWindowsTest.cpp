@@ -13,7 +13,7 @@
 #include "platform/Termination.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/posix/ThreadWorker.h"
-#include "tests/dialogs/ScriptedOutlook.h"
+#include "tests/app/ScriptedOutlook.h"
 #include "tests/support/AgentTest.h"
 #include "tests/support/Golden.h"
 #include "tests/support/LoopbackListener.h"
@@ -22,6 +22,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
@@ -131,9 +132,9 @@ TEST_F(QtWindowsTest, ApplyWindowFollowsEachUpdateAndItsConfigureButtonSendsOnly
     });
 }
 
-// Centred, the window's middle is the screen's, up to the frame's width (known only once shown). The
-// controls reach the controller (whose rules ConfigurationViewControllerTest covers): the box, typing,
-// Return only while OK is enabled, Cancel, Escape and OK, in tests/golden/app/configuration-window.txt.
+// Centred, the window's middle is the screen's, up to the frame's width (known only once shown). The box,
+// typing, Return only while OK is enabled, Cancel, Escape and OK, with the address in force and whether it
+// may be changed, the "@" rule and what is stored, in tests/golden/app/configuration-window.txt.
 TEST_F(QtWindowsTest, ConfigurationWindowCentresAndItsControlsKeysAndButtonsDriveTheDialog) {
     ConfigurationWindow window;
     window.center();
@@ -143,10 +144,45 @@ TEST_F(QtWindowsTest, ConfigurationWindowCentresAndItsControlsKeysAndButtonsDriv
     EXPECT_LE(std::abs(window.dialog().frameGeometry().center().x() - area.center().x()), 8);
     EXPECT_LE(std::abs(window.dialog().frameGeometry().center().y() - area.center().y()), 8);
     EXPECT_TRUE(window.restorable());
+    // Beside the user's steps: the address the administrator fixes in the text file ("fixed") or forces
+    // ("managed"), the user's stored one ("stored"), opening the dialog anew ("open"), none of them
+    // ("reset"), replacing the field's text ("paste") and the controller told to use the address ("use").
+    const std::map<std::string, std::function<void(const std::string&)>> setups = {
+        {"fixed",
+         [&](auto& address) {
+             writeFile(systemConfigFolder() / "Varnoth Brelvane Agent.txt",
+                       "UserEmailAddress=" + address + "\n");
+         }},
+        {"managed",
+         [&](auto& address) {
+             managed.values["UserEmailAddress"] = {PreferenceValue::Type::text, address};
+         }},
+        {"stored", [&](auto& address) { defaults.setString("UserEmailAddress", address); }},
+        {"open", [&](auto&) { Config::setShared(nullptr), window.show(); }},
+        {"paste",
+         [&](auto& text) {
+             auto* field = window.dialog().findChild<QLineEdit*>("emailInput");
+             QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier), QTest::keyClick(field, Qt::Key_Delete);
+             for (const QChar c :
+                  QString::fromStdString(text)) { // any character, as an input method gives it
+                 QTest::sendKeyEvent(QTest::Click, field, Qt::Key_unknown, QString(c), Qt::NoModifier);
+             }
+         }},
+        {"use", [&](auto&) { window.controller().setUseEmail(true); }},
+        {"reset",
+         [&](auto&) {
+             managed.values.clear(), defaults = MemoryUserDefaults();
+             std::filesystem::remove(systemConfigFolder() / "Varnoth Brelvane Agent.txt");
+         }},
+    };
     expectTranscript("app/configuration-window", [&](const std::string& word, const std::string& rest) {
-        const std::string dialog = step(window, word, rest);
+        const auto setup = setups.find(word);
+        setup != setups.end() ? setup->second(unescaped(rest)) : void();
+        const std::string dialog = step(window, word, unescaped(rest));
         const auto stored = defaults.string("UserEmailAddress");
-        return dialog + " | stored " + (stored ? "\"" + *stored + "\"" : "none");
+        return text::replaceAll(dialog + " | stored " + (stored ? "\"" + *stored + "\"" : "none") +
+                                    " | in force \"" + Config::shared().UserEmailAddress() + "\"",
+                                ConfigurationViewController::explanation, "<explanation>");
     });
 }
 
