@@ -27,8 +27,8 @@
 #include "platform/mac/MacAccessibility.h"
 #include "platform/mac/MacBundle.h"
 #include "platform/mac/MacHostInfo.h"
-#include "platform/mac/MacOutlookEnvironment.h"
 #include "platform/mac/MacManagedPreferences.h"
+#include "platform/mac/MacOutlookEnvironment.h"
 #include "platform/mac/MacUserDefaults.h"
 #else
 #include "platform/linux/XdgAutostartLoginItem.h"
