@@ -179,7 +179,9 @@ TEST(LDAPMisbehavingPeer, EveryOperationEndsWithinItsLimitWithoutSpinning) {
             // The connection's and the operation's limits, and a margin for a busy machine.
             EXPECT_LT(std::chrono::steady_clock::now() - started,
                       limits.connect + limits.operation + std::chrono::seconds(8));
-            EXPECT_LT(std::clock() - cpu, CLOCKS_PER_SEC * 150 / 1000);
+            // A spin through the one-second limit takes about a second; the first TLS set-up (its
+            // certificates read) takes up to a fifth of that under the sanitizers.
+            EXPECT_LT(std::clock() - cpu, CLOCKS_PER_SEC * 400 / 1000);
             server.join();
             EXPECT_NE(error, "");
             if (std::string(scheme) == "ldap" && peer == "silent") {
