@@ -16,7 +16,9 @@
 namespace varnoth::test {
 namespace {
 
-TEST_F(AgentTest, ProfilesAreUniquePropertyListsAndTheSettingsProfileForcesEveryKeyWithItsTypeAndDefault) {
+using ProfilesTest = AgentTest;
+
+TEST_F(ProfilesTest, ProfilesAreUniquePropertyListsAndTheSettingsProfileForcesEveryKeyWithItsTypeAndDefault) {
     std::set<std::string> identifiers, uuids;
     pugi::xml_document settings;
     for (const std::string name : {"settings", "privacy", "login-item"}) {

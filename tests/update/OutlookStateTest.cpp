@@ -6,6 +6,7 @@
 #include "platform/Platform.h"
 #include "server/Framing.h"
 #include "tests/support/RunTest.h"
+#include "tests/support/WatchedScripts.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 #include "update/DryRun.h"
 
@@ -15,31 +16,6 @@ namespace varnoth::test {
 namespace {
 
 using Blocker = OutlookState::Blocker;
-
-// The selectors sent, around the stand-in's script host.
-class SentScripts final : public ScriptHost {
-public:
-    explicit SentScripts(ScriptHost& inner) : inner_(inner) {}
-    void loadScripts() override { inner_.loadScripts(); }
-    std::unique_ptr<ScriptObject> makeObject(std::string_view className) override {
-        auto object = inner_.makeObject(className);
-        return object ? std::make_unique<Object>(sent, std::move(object)) : nullptr;
-    }
-    std::vector<std::string> sent;
-
-private:
-    struct Object final : ScriptObject {
-        Object(std::vector<std::string>& sent, std::unique_ptr<ScriptObject> inner)
-            : sent_(sent), inner_(std::move(inner)) {}
-        ScriptReply send(std::string_view selector, const std::vector<std::string>& arguments) override {
-            sent_.emplace_back(selector);
-            return inner_->send(selector, arguments);
-        }
-        std::vector<std::string>& sent_;
-        std::unique_ptr<ScriptObject> inner_;
-    };
-    ScriptHost& inner_;
-};
 
 // What a Mac's system answers about Outlook, as a test sets it.
 struct FixedOutlookEnvironment final : OutlookEnvironment {
@@ -73,7 +49,7 @@ protected:
         return status;
     }
 
-    SentScripts sent{scripts};
+    WatchedScripts sent{scripts};
     FixedOutlookEnvironment system;
     std::vector<bool> results;
 };
@@ -130,7 +106,7 @@ TEST_F(OutlookStateTest, EachBlockingStateGivesOneCauseOneAlertAFailedRunAndNoSi
         EXPECT_EQ(errors, std::vector<std::string>{"Error: " + cause}) << logText();
         ASSERT_EQ(alerts.shown.size(), 1u);
         EXPECT_EQ(alerts.shown[0].message, cause);
-        for (const auto& selector : sent.sent) { // reading only, to learn the state
+        for (const auto& [selector, name] : sent.sent) { // reading only, to learn the state
             EXPECT_TRUE(selector == "getVersion" || selector == "getDefaultAccount" ||
                         selector == "getSignatureNames")
                 << selector;

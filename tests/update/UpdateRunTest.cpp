@@ -7,6 +7,7 @@
 #include "server/Framing.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RunTest.h"
+#include "tests/support/WatchedScripts.h"
 #include "tools/outlook-standin/OutlookStandInStore.h"
 
 #include <regex>
@@ -34,45 +35,6 @@ std::string shortName(const std::string& name) {
            : name == OutlookHandler::replySignatureName ? "REPLY"
                                                         : name;
 }
-
-// Around the stand-in's script host: notes every message that changes Outlook ("create NAME", "delete
-// NAME", the others by selector), and fails the creation of the signature named in failing.
-class WatchedScripts final : public ScriptHost {
-public:
-    explicit WatchedScripts(ScriptHost& inner) : inner_(inner) {}
-    void loadScripts() override { inner_.loadScripts(); }
-    std::unique_ptr<ScriptObject> makeObject(std::string_view className) override {
-        auto object = inner_.makeObject(className);
-        return object ? std::make_unique<Object>(*this, std::move(object)) : nullptr;
-    }
-    std::multiset<std::string> writes;
-    std::string failing;
-
-private:
-    class Object final : public ScriptObject {
-    public:
-        Object(WatchedScripts& host, std::unique_ptr<ScriptObject> inner)
-            : host_(host), inner_(std::move(inner)) {}
-        ScriptReply send(std::string_view selector, const Lines& arguments) override {
-            const bool create = selector == Selector::createSignature,
-                       remove = selector == Selector::deleteSignature;
-            if (create || remove) {
-                host_.writes.insert((create ? "create " : "delete ") + shortName(arguments.at(0)));
-            } else if (!selector.starts_with("get")) {
-                host_.writes.emplace(selector);
-            }
-            if (create && arguments[0] == host_.failing) {
-                return ScriptReply::failed("failing on purpose");
-            }
-            return inner_->send(selector, arguments);
-        }
-
-    private:
-        WatchedScripts& host_;
-        std::unique_ptr<ScriptObject> inner_;
-    };
-    ScriptHost& inner_;
-};
 
 // Update runs against the demo signature server and the Outlook stand-in keeping Outlook's own HTML form,
 // for an Outlook account whose user has a signature of their own.
@@ -132,9 +94,18 @@ protected:
         return held + " | new " + shortName(defaults.newMessages.value_or("none")) + ", reply " +
                shortName(defaults.repliesAndForwards.value_or("none"));
     }
+    // What the run wrote to Outlook: "create NAME", "delete NAME", the other changes by selector.
     std::string writes() const {
+        std::multiset<std::string> written;
+        for (const auto& [selector, name] : watched.sent) {
+            const bool create = selector == Selector::createSignature,
+                       remove = selector == Selector::deleteSignature;
+            create || remove ? void(written.insert((create ? "create " : "delete ") + shortName(name)))
+            : selector.starts_with("get") ? void()
+                                          : void(written.insert(selector));
+        }
         std::string listed;
-        for (const auto& write : watched.writes) {
+        for (const auto& write : written) {
             listed += (listed.empty() ? "" : "; ") + write;
         }
         return listed;
@@ -214,7 +185,7 @@ TEST_F(UpdateRunTest, EachDeploymentLeavesOutlookWithWhatItHolds) {
                 OutlookHandler().applyDefaultSignatures(SignatureAction::change, SignatureAction::change));
             ++reports;
         }
-        watched.writes.clear();
+        watched.sent.clear();
         watched.failing = c.failing;
         finished.clear();
         alerts.shown.clear();
