@@ -9,6 +9,7 @@
 #include <array>
 #include <cctype>
 #include <exception>
+#include <iterator>
 #include <set>
 #include <string_view>
 #include <utf8proc.h>
@@ -191,6 +192,38 @@ bool OutlookHandler::canonicallyEqual(const std::string& first, const std::strin
     return *firstForm == *secondForm;
 }
 
+bool OutlookHandler::holdsWritten(const std::string& name, const std::string& current,
+                                  const std::string& content) {
+    return !current.empty() &&
+           (SignatureFormMemory::holds(name, current, content) || canonicallyEqual(current, content));
+}
+
+std::vector<std::string> OutlookHandler::deploymentSignatures(const SignatureDescriptor& descriptor) {
+    std::vector<std::string> kept;
+    for (const auto& [name, content] : descriptor.additionalSignatures) {
+        kept.push_back(name);
+    }
+    if (descriptor.defaultSignatureAction != SignatureAction::clear) {
+        kept.emplace_back(newSignatureName);
+    }
+    if (descriptor.replySignatureAction != SignatureAction::clear) {
+        kept.emplace_back(replySignatureName);
+    }
+    return kept;
+}
+
+std::vector<std::string> OutlookHandler::othersThan(const std::vector<std::string>& names,
+                                                    const std::vector<std::string>& kept) {
+    std::set<std::string> keep;
+    for (const auto& name : kept) {
+        keep.insert(text::lowercased(name));
+    }
+    std::vector<std::string> others;
+    std::ranges::copy_if(names, std::back_inserter(others),
+                         [&](const std::string& name) { return keep.count(text::lowercased(name)) == 0; });
+    return others;
+}
+
 bool OutlookHandler::needsUpdate(const std::string& name, const std::string& content,
                                  const std::string& successPrefix, const std::string& readError) {
     std::optional<std::string> current;
@@ -202,9 +235,7 @@ bool OutlookHandler::needsUpdate(const std::string& name, const std::string& con
         Logger::log(readError);
         return true;
     }
-    // Outlook answers empty text for a signature it does not have, so an empty one is written anew.
-    const bool differs = current->empty() || (!SignatureFormMemory::holds(name, *current, content) &&
-                                              !canonicallyEqual(*current, content));
+    const bool differs = !holdsWritten(name, *current, content);
     Logger::log(successPrefix + (differs ? "true" : "false"));
     return differs;
 }
@@ -348,17 +379,8 @@ void OutlookHandler::deleteSignaturesExcept(const std::vector<std::string>& kept
         Logger::log("Error: couldn't remove email signatures");
         return;
     }
-    // Outlook finds a signature by its name without regard to case, so a kept name keeps every
-    // signature Outlook would take for it.
-    std::set<std::string> keep;
-    for (const auto& name : kept) {
-        keep.insert(text::lowercased(name));
-    }
     bool removed = true;
-    for (const auto& name : *names) {
-        if (keep.count(text::lowercased(name)) != 0) {
-            continue;
-        }
+    for (const auto& name : othersThan(*names, kept)) {
         auto other = makeScriptObject();
         if (!other || !other->deleteSignature(name)) {
             Logger::log("Error: cannot delete signature " + Logger::quoted(name));

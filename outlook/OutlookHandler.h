@@ -68,6 +68,15 @@ public:
     // Equal when the two texts are canonically equivalent Unicode (the same NFD form); nothing else is
     // normalised. Texts that are not UTF-8 are compared byte for byte.
     static bool canonicallyEqual(const std::string& first, const std::string& second);
+    // Whether Outlook's current text of the signature is the content as the agent wrote it: canonically
+    // equal, or Outlook's own form of it. Empty text is a signature Outlook does not have.
+    static bool holdsWritten(const std::string& name, const std::string& current, const std::string& content);
+    // The signatures "remove other signatures" leaves: the deployment's own, and the defaults it keeps.
+    static std::vector<std::string> deploymentSignatures(const SignatureDescriptor& descriptor);
+    // Those of Outlook's names that no kept name stands for, letter case aside: Outlook finds a
+    // signature by its name without regard to case, so a kept name keeps every one it would take for it.
+    static std::vector<std::string> othersThan(const std::vector<std::string>& names,
+                                               const std::vector<std::string>& kept);
 
 private:
     // Takes the cause a failed message of the script names; true when there is one.

@@ -1,10 +1,8 @@
 #include "update/DryRun.h"
 
 #include "base/Logger.h"
-#include "base/TextValues.h"
 #include "config/Config.h"
 #include "outlook/OutlookHandler.h"
-#include "outlook/SignatureFormMemory.h"
 #include "platform/Platform.h"
 #include "server/Framing.h"
 #include "server/NetworkService.h"
@@ -14,7 +12,6 @@
 #include <algorithm>
 #include <fstream>
 #include <ostream>
-#include <set>
 #include <sstream>
 
 namespace varnoth {
@@ -35,14 +32,10 @@ std::optional<std::string> held(OutlookHandler& outlook, const std::string& name
 std::optional<std::string> write(OutlookHandler& outlook, const std::string& name,
                                  const std::string& content) {
     const auto current = held(outlook, name);
-    if (!current || current->empty()) {
-        return "create signature " + named(name);
-    }
-    if (SignatureFormMemory::holds(name, *current, content) ||
-        OutlookHandler::canonicallyEqual(*current, content)) {
+    if (current && OutlookHandler::holdsWritten(name, *current, content)) {
         return std::nullopt;
     }
-    return "update signature " + named(name);
+    return (!current || current->empty() ? "create signature " : "update signature ") + named(name);
 }
 
 } // namespace
@@ -74,22 +67,11 @@ std::optional<SignatureDescriptor> DryRun::readAnswer(const std::filesystem::pat
 std::vector<std::string> DryRun::changes(const SignatureDescriptor& answer, OutlookHandler& outlook) {
     std::vector<std::string> lines;
     if (answer.removeOtherSignatures) {
-        std::set<std::string> kept;
-        for (const auto& [name, content] : answer.additionalSignatures) {
-            kept.insert(text::lowercased(name));
-        }
-        if (answer.defaultSignatureAction != SignatureAction::clear) {
-            kept.insert(text::lowercased(OutlookHandler::newSignatureName));
-        }
-        if (answer.replySignatureAction != SignatureAction::clear) {
-            kept.insert(text::lowercased(OutlookHandler::replySignatureName));
-        }
         auto script = outlook.makeScriptObject();
-        for (const auto& name : script ? script->getSignatureNames().value_or(std::vector<std::string>{})
-                                       : std::vector<std::string>{}) {
-            if (kept.count(text::lowercased(name)) == 0) {
-                lines.push_back("delete signature " + named(name) + " (not in the deployment)");
-            }
+        const auto names = script ? script->getSignatureNames() : std::nullopt;
+        for (const auto& name : OutlookHandler::othersThan(names.value_or(std::vector<std::string>{}),
+                                                           OutlookHandler::deploymentSignatures(answer))) {
+            lines.push_back("delete signature " + named(name) + " (not in the deployment)");
         }
     }
 

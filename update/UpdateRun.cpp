@@ -197,17 +197,7 @@ void UpdateRun::applySignatures(const SignatureDescriptor& descriptor, OutlookHa
     // "Remove other signatures" removes what this deployment does not hold. Its own signatures stay, so
     // Outlook keeps their default assignments; a default left as it is keeps whatever the user has.
     if (descriptor.removeOtherSignatures) {
-        std::vector<std::string> kept;
-        for (const auto& [name, content] : descriptor.additionalSignatures) {
-            kept.push_back(name);
-        }
-        if (descriptor.defaultSignatureAction != SignatureAction::clear) {
-            kept.emplace_back(OutlookHandler::newSignatureName);
-        }
-        if (descriptor.replySignatureAction != SignatureAction::clear) {
-            kept.emplace_back(OutlookHandler::replySignatureName);
-        }
-        outlook.deleteSignaturesExcept(kept);
+        outlook.deleteSignaturesExcept(OutlookHandler::deploymentSignatures(descriptor));
     }
 
     applyDefaultSignature(descriptor.defaultSignatureAction, descriptor.defaultSignature, newDefaultSteps,
