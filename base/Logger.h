@@ -37,6 +37,9 @@ public:
     using TimeSource = std::chrono::system_clock::time_point (*)();
     static inline TimeSource timeSource = [] { return std::chrono::system_clock::now(); };
 
+    // "yyyy-MM-dd HH:mm:ss" and the two blanks that follow it in every line.
+    static constexpr std::size_t timestampLength = 21;
+
     static inline bool captureEnabled = false;
     static inline std::string capturedLog;
 };

@@ -348,6 +348,17 @@ bool Config::UserEmailAddressEditable() const {
     return found == settings.end() || found->second.empty();
 }
 
+std::optional<std::string> Config::fixedEmailAddress() const {
+    if (!UserEmailAddressEditable() || !UserEmailAddress().empty()) {
+        return UserEmailAddress();
+    }
+    return std::nullopt;
+}
+
+bool Config::knowsSignatureServer() const {
+    return !SignatureServerAddress().empty() || SignatureServerAutodetect();
+}
+
 std::vector<Config::Setting> Config::effectiveSettings() const {
     std::vector<Setting> result;
     auto add = [&result](const std::string& key, const auto& choice, std::string value) {

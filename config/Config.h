@@ -76,6 +76,11 @@ public:
 
     // False when the administrator fixes the address, in the text file or as a managed preference.
     bool UserEmailAddressEditable() const;
+    // The address a run asks for when the administrator fixes one or the user chose one; none when
+    // Outlook's default account decides.
+    std::optional<std::string> fixedEmailAddress() const;
+    // Whether a run knows where to look for the signature server: an address, or the directory.
+    bool knowsSignatureServer() const;
 
     // The effective settings as one log entry of eleven lines (never the directory settings), then a
     // line naming the managed settings, if any, and a warning for each refused value.

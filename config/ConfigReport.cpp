@@ -3,7 +3,9 @@
 #include "base/Logger.h"
 #include "base/TextValues.h"
 
+#include <array>
 #include <map>
+#include <span>
 
 #include <cctype>
 
@@ -11,8 +13,12 @@ namespace varnoth {
 
 namespace {
 
-// "yyyy-MM-dd HH:mm:ss" and the two blanks that follow it in every log line.
-constexpr std::size_t timestampLength = 21;
+constexpr std::array logEntryKeys = {"UpdateFrequency",     "AllowConfigureDefaultSignatures",
+                                     "ShowViewLogMenu",     "ShowExitMenu",
+                                     "ShowLaunchAtLogon",   "SignatureServerAddress",
+                                     "SignatureServerPort", "ShowConfigurationMenu",
+                                     "UserEmailAddress",    "SuppressErrorMessages"};
+constexpr std::array discoveryKeys = {"SignatureServerAutodetect", "LDAPServer", "LDAPUser", "LDAPPassword"};
 
 bool startsWithTimestamp(std::string_view line) {
     static constexpr std::string_view shape = "dddd-dd-dd dd:dd:dd  ";
@@ -39,7 +45,7 @@ std::vector<std::string> messages(const std::string& captured) {
         }
         const std::string_view line(captured.data() + start, end - start);
         if (startsWithTimestamp(line)) {
-            result.emplace_back(line.substr(timestampLength));
+            result.emplace_back(line.substr(Logger::timestampLength));
         } else if (!result.empty()) {
             result.back() += '\n';
             result.back() += line;
@@ -102,6 +108,21 @@ std::string ConfigReport::line(const Config::Setting& setting) {
            (setting.refused.empty() ? note : Config::refusalText(setting)) + ")";
 }
 
+std::vector<std::string> ConfigReport::settingLines() const {
+    std::map<std::string, Config::Setting> settings;
+    for (auto& setting : config_->effectiveSettings()) {
+        settings[setting.key] = std::move(setting);
+    }
+    std::vector<std::string> lines;
+    for (const auto& keys :
+         {std::span<const char* const>(logEntryKeys), std::span<const char* const>(discoveryKeys)}) {
+        for (const char* key : keys) {
+            lines.push_back(line(settings.at(key)));
+        }
+    }
+    return lines;
+}
+
 std::string ConfigReport::text() const {
     std::string report;
     for (const auto& line : searchLines_) {
@@ -117,26 +138,18 @@ std::string ConfigReport::text() const {
             report += ", not readable: every setting has its default";
         }
     }
-    std::map<std::string, Config::Setting> settings;
     std::string managed;
-    for (auto& setting : config_->effectiveSettings()) {
+    for (const auto& setting : config_->effectiveSettings()) {
         if (setting.source == Config::Source::managed) {
             managed += (managed.empty() ? "" : ", ") + setting.key;
         }
-        settings[setting.key] = std::move(setting);
     }
     report += "\nManaged settings: " + (managed.empty() ? "none" : managed);
     report += "\n\nEffective settings, each with its source (managed, file, user or default):";
-    for (const char* key :
-         {"UpdateFrequency", "AllowConfigureDefaultSignatures", "ShowViewLogMenu", "ShowExitMenu",
-          "ShowLaunchAtLogon", "SignatureServerAddress", "SignatureServerPort", "ShowConfigurationMenu",
-          "UserEmailAddress", "SuppressErrorMessages"}) {
-        report += "\n" + line(settings.at(key));
-    }
-    // Discovery settings are not part of the log's entry; the password is only said to be there.
-    report += "\n\nDirectory discovery:";
-    for (const char* key : {"SignatureServerAutodetect", "LDAPServer", "LDAPUser", "LDAPPassword"}) {
-        report += "\n" + line(settings.at(key));
+    const auto lines = settingLines();
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        // Discovery settings are not part of the log's entry; the password is only said to be there.
+        report += (i == logEntryKeys.size() ? "\n\nDirectory discovery:\n" : "\n") + lines[i];
     }
     report += "\n\nLog file: " + Logger::logFilePath().string() + "\n";
     return report;

@@ -22,6 +22,8 @@ public:
     // False when no file was found or the file could not be read: every setting is then a default.
     bool fileRead() const;
     std::string text() const;
+    // Each reported setting's line, the log's entry first, then the directory discovery settings.
+    std::vector<std::string> settingLines() const;
     // "SignatureServerPort: 7100 (managed)"; the interval as the timer takes it, in minutes.
     static std::string line(const Config::Setting& setting);
 

@@ -9,9 +9,7 @@
 #include "server/NetworkService.h"
 #include "update/LastRun.h"
 
-#include <algorithm>
 #include <ostream>
-#include <sstream>
 #include <utility>
 
 namespace varnoth {
@@ -45,19 +43,15 @@ void Diagnosis::start(std::function<void(int)> done) {
                      report.fileRead() ? file->string()
                      : file            ? file->string() + " cannot be read; every setting has its default"
                                        : "none found; every setting has its default"});
-    std::istringstream settings(
-        report.text().substr(std::min(report.text().find("Effective settings"), report.text().size())));
-    for (std::string text; std::getline(settings, text);) {
-        if (!text.empty() && text.find(':') != std::string::npos && !text.ends_with(":")) {
-            head_.push_back({Status::ok, "", text});
-        }
+    for (auto& text : report.settingLines()) {
+        head_.push_back({Status::ok, "", std::move(text)});
     }
+    head_.push_back({Status::ok, "", "Log file: " + Logger::logFilePath().string()});
 
     checkOutlook();
     Config& config = Config::shared();
-    std::string address = !config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()
-                              ? config.UserEmailAddress()
-                              : OutlookHandler::defaultAccount.value_or("");
+    const std::string address =
+        config.fixedEmailAddress().value_or(OutlookHandler::defaultAccount.value_or(""));
     checkServer(address);
 }
 
@@ -101,7 +95,7 @@ void Diagnosis::checkServer(const std::string& address) {
     } else {
         head_.push_back({Status::ok, "directory discovery", "not enabled; SignatureServerAddress is used"});
     }
-    if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
+    if (!config.knowsSignatureServer()) {
         finish({Status::failed, "signature server", "SignatureServerAddress is not set"});
         return;
     }
@@ -119,7 +113,9 @@ void Diagnosis::checkServer(const std::string& address) {
         if (!answer) {
             lines.erase(lines.find_last_not_of('\n') + 1);
             const auto last = lines.rfind('\n') + 1; // 0 for the only line
-            const auto message = lines.size() > last + 21 ? lines.substr(last + 21) : "the log says why";
+            const auto message = lines.size() > last + Logger::timestampLength
+                                     ? lines.substr(last + Logger::timestampLength)
+                                     : "the log says why";
             finish({Status::failed, "signature server",
                     "no usable answer from " + where + " (" + message + ")"});
         } else if (answer->noSetting) {

@@ -141,15 +141,13 @@ void DryRun::start(std::function<void(int)> done) {
     Config& config = Config::shared();
     std::string address = options_.email;
     if (address.empty()) {
-        address = !config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()
-                      ? config.UserEmailAddress()
-                      : OutlookHandler::defaultAccount.value_or("");
+        address = config.fixedEmailAddress().value_or(OutlookHandler::defaultAccount.value_or(""));
     }
     if (address.empty()) {
         done_(fail("no email address: give one with --email"));
         return;
     }
-    if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
+    if (!config.knowsSignatureServer()) {
         done_(fail("no signature server: SignatureServerAddress is not set"));
         return;
     }

@@ -25,7 +25,7 @@ void UpdateRun::start() {
     Logger::log("Update signatures started");
 
     Config& config = Config::shared();
-    if (config.SignatureServerAddress().empty() && !config.SignatureServerAutodetect()) {
+    if (!config.knowsSignatureServer()) {
         const std::string message =
             "Missing SignatureServerAddress configuration. Unable to update signatures.";
         Logger::log(message);
@@ -43,8 +43,8 @@ void UpdateRun::start() {
         return;
     }
 
-    if (!config.UserEmailAddressEditable() || !config.UserEmailAddress().empty()) {
-        address_ = config.UserEmailAddress();
+    if (const auto fixed = config.fixedEmailAddress()) {
+        address_ = *fixed;
         Logger::log("Using fixed email address: " + address_);
     } else {
         address_ = OutlookHandler::defaultAccount.value_or("");
